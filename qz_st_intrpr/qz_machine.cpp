@@ -1,0 +1,147 @@
+// Values, registers, the value stack, operand decoding and the TICK counter.
+#include "qz_numeric.h"
+#include "qz_st_intrpr_execute.h"
+
+#include <sched.h>
+#include <sys/time.h>
+
+CQZ_STInterpretator_Execute::~CQZ_STInterpretator_Execute() = default;
+
+// ---- The four operations built-ins reach the machine through ----
+
+Qz::uint32_t CQZ_STInterpretator_Execute::StackPush(char type, double value) {
+    Stack.push_back(QZ_StackValue{value, type});
+    return Qz::rcOK;
+}
+
+Qz::uint32_t CQZ_STInterpretator_Execute::StackPop(char& type, double& value) {
+    if (Stack.empty()) return Qz::rcStackEmpty;
+    type = Stack.back().ValueType;
+    value = Stack.back().Value;
+    Stack.pop_back();
+    return Qz::rcOK;
+}
+
+Qz::uint32_t CQZ_STInterpretator_Execute::GetValueFromRegister(char reg, char& type, double& value) {
+    const QZ_Register* r;
+    switch (static_cast<uint8_t>(reg)) {
+    case ttA0: r = &A0; break;
+    case ttR0: r = &R0; break;
+    case ttR1: r = &R1; break;
+    default: return Qz::rcNotRegister;  // NIL included: it holds nothing
+    }
+    type = r->ValueType;
+    value = r->Value;
+    return Qz::rcOK;
+}
+
+Qz::uint32_t CQZ_STInterpretator_Execute::SetValueToRegister(char reg, char type, double value) {
+    QZ_Register* r;
+    switch (static_cast<uint8_t>(reg)) {
+    case ttA0: r = &A0; break;
+    case ttR0: r = &R0; break;
+    case ttR1: r = &R1; break;
+    case ttNIL: return Qz::rcOK;  // discards
+    default: return Qz::rcNotRegister;
+    }
+    r->Value = value;
+    r->ValueType = type;
+    return Qz::rcOK;
+}
+
+// ---- Narrowing ----
+
+Qz::uint32_t CQZ_STInterpretator_Execute::ConvertDim(double value, double& out, char type) {
+    // The clamp bound is the decimal 3.402823466e38 as a double, not FLT_MAX.
+    static constexpr double kRealLimit = 3.402823466e38;
+    switch (static_cast<uint8_t>(type)) {
+    case ttBOOL: out = (value == 0.0) ? 0.0 : 1.0; return Qz::rcOK;
+    case ttSINT: out = qz::SignExtend(qz::Low64(value), 8); return Qz::rcOK;
+    case ttUSINT: out = double(qz::Low64(value) & 0xFFu); return Qz::rcOK;
+    case ttINT: out = qz::SignExtend(qz::Low64(value), 16); return Qz::rcOK;
+    case ttUINT: out = double(qz::Low64(value) & 0xFFFFu); return Qz::rcOK;
+    case ttDINT: out = qz::SignExtend(qz::Low64(value), 32); return Qz::rcOK;
+    case ttUDINT: out = double(qz::Low64(value) & 0xFFFFFFFFu); return Qz::rcOK;
+    case ttREAL:
+        if (value < -kRealLimit)
+            out = -kRealLimit;
+        else if (value > kRealLimit)
+            out = kRealLimit;
+        else
+            out = double(static_cast<float>(value));  // in range, or NaN
+        return Qz::rcOK;
+    case ttLREAL: out = value; return Qz::rcOK;
+    default: return Qz::rcBadType;
+    }
+}
+
+// ---- Operands ----
+
+Qz::uint32_t CQZ_STInterpretator_Execute::ReadSource(QZ_Operand& out, Qz::uint32_t badKind, bool acceptTick) {
+    if (Qz::uint32_t r = Scan(TokenText)) return r;
+    switch (TokenCode) {
+    case ttVAR: {
+        const Var* var = GetVar(TokenText);
+        if (!var) return Qz::rcVarNotFound;
+        out.Type = var->VarType;
+        return ConvertDim(var->VarValue, out.Value, var->VarType);
+    }
+    case ttREF: {
+        const Var* var = GetVar(TokenText);
+        if (!var) return Qz::rcVarNotFound;
+        const double* target = ReferencedValue(var);
+        if (!target) return Qz::rcVarNotFound;
+        out.Type = var->VarType;
+        return ConvertDim(*target, out.Value, var->VarType);
+    }
+    case ttA0: case ttR0: case ttR1: case ttNIL:
+        return GetValueFromRegister(char(TokenCode), out.Type, out.Value);
+    case ttPOP:
+        return StackPop(out.Type, out.Value);
+    case ttNUMBER:
+        out.Value = DigitValue;
+        out.Type = char(DigitType);
+        return Qz::rcOK;
+    case ttTICK:
+        if (!acceptTick) return badKind;
+        out.Value = ReadTick();
+        out.Type = char(ttUDINT);
+        return Qz::rcOK;
+    default:
+        return badKind;
+    }
+}
+
+Qz::uint32_t CQZ_STInterpretator_Execute::ReadRegister(char& reg, QZ_Operand& out, Qz::uint32_t badKind) {
+    if (Qz::uint32_t r = Scan(TokenText)) return r;
+    if (!IsRegisterCode(TokenCode)) return badKind;
+    reg = char(TokenCode);
+    return GetValueFromRegister(reg, out.Type, out.Value);
+}
+
+Qz::uint32_t CQZ_STInterpretator_Execute::ReadOperands(QZ_Operand& source, char& reg, QZ_Operand& dest,
+                                                       Qz::uint32_t badKind) {
+    if (Qz::uint32_t r = ReadSource(source, badKind)) return r;
+    return ReadRegister(reg, dest, badKind);
+}
+
+// ---- TICK ----
+
+uint32_t CQZ_STInterpretator_Execute::ClockMilliseconds() {
+    if (Clock) return Clock(ClockContext);
+    timeval tv;
+    gettimeofday(&tv, nullptr);
+    return uint32_t(tv.tv_sec) * 1000u + uint32_t(tv.tv_usec / 1000);
+}
+
+double CQZ_STInterpretator_Execute::ReadTick() {
+    const uint32_t now = ClockMilliseconds();
+    // A clock that steps back adds nothing; the first read only starts it.
+    if (TickLast != 0) TickValue += double((now > TickLast ? now : TickLast) - TickLast);
+    const double value = TickValue;
+    TickLast = ClockMilliseconds();
+    // A program polling TICK in a loop gives other threads a turn; simulated
+    // time has no one to wait for.
+    if (!Clock) sched_yield();
+    return value;
+}

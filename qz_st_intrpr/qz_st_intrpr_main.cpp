@@ -1,0 +1,267 @@
+// The plug-in object: entry points, the loader and the execution cycle.
+#include "qz_st_intrpr_main.h"
+
+#include "qz_assert.h"
+#include <cstring>
+
+using qz_st_interpretator::IQZExecuteInterface;
+using qz_st_interpretator::IQZSTInterpretator;
+
+// ---- Entry points ----
+
+IQZSTInterpretator* Create() {
+    // A failed allocation propagates as std::bad_alloc after the members
+    // built so far have been destroyed again.
+    return new CQZ_STInterpretator();
+}
+
+void Destroy() {}
+
+void CQZ_STInterpretator::Destroy() { delete this; }
+
+namespace {
+CQZ_STInterpretator* Object(IQZSTInterpretator* object) { return static_cast<CQZ_STInterpretator*>(object); }
+}  // namespace
+
+void QZSetInstructionBudget(IQZSTInterpretator* object, uint64_t maxInstructions) {
+    if (object) Object(object)->InstructionBudget = maxInstructions;
+}
+
+void QZSetClock(IQZSTInterpretator* object, QZClockFunction clock, void* context) {
+    if (!object) return;
+    Object(object)->Clock = clock;
+    Object(object)->ClockContext = clock ? context : nullptr;
+}
+
+void QZSetTraceHook(IQZSTInterpretator* object, QZTraceFunction hook, void* context) {
+    if (!object) return;
+    Object(object)->TraceHook = hook;
+    Object(object)->TraceContext = hook ? context : nullptr;
+}
+
+// ---- Loader ----
+
+Qz::uint32_t CQZ_STInterpretator::InitInterpretator(std::string text) {
+    LocalEntries.clear();  // they point into the table about to be cleared
+    InputEntries.clear();
+    OutputEntries.clear();
+    SetText(std::move(text));
+    Labels.Clear();
+    Vars.Clear();
+    DiscardFrames();
+    for (int32_t& counter : DeclCounters) counter = 0;
+    DeclCounters[ttVI - ttV] = 1;  // inputs are numbered from 1, everything else from 0
+    DeclReserved = 0;
+    const Qz::uint32_t result = LoadProgram();
+    BuildHostEntries();  // also after a failed load, so a stray Execute stays safe
+    return result;
+}
+
+Qz::uint32_t CQZ_STInterpretator::LoadProgram() {
+    if (TextLen == 0 && TokenCode != ttPROG) return Qz::rcEmptyText;
+    CurChar = TextLen > 0 ? Text[0] : 0;
+    TextPos = 1;
+    if (Qz::uint32_t r = SkipWhite()) return r;
+    if (Qz::uint32_t r = FindProgramHeader()) return r;
+    if (Qz::uint32_t r = ReadProgramName()) return r;
+
+    if (Qz::uint32_t r = Scan(TokenText)) return r;
+    if (TokenCode == ttMAIN) return Qz::rcOK;  // no variables; labels register as they run
+    if (TokenCode != ttVARSECTION) return Qz::rcNoVarOrMain;
+    if (Qz::uint32_t r = FillVariablesList()) return r;
+
+    const Label* main = Labels.lookup("MAIN", 0, 0, false);
+    if (!main) return Qz::rcNoLabelToken;
+    if (Qz::uint32_t r = SeekTo(main->LabelStart)) return r;
+    if (Qz::uint32_t r = Scan(TokenText)) return r;
+    if (TokenCode != ttMAIN) return Qz::rcNoLabelToken;
+    if (Qz::uint32_t r = SkipWhite()) return r;
+    // One pass to the final RET registers every label of the body and
+    // rejects malformed tokens before the first cycle.
+    while (TokenCode != ttEND)
+        if (Qz::uint32_t r = Scan(TokenText)) return r;
+    return Qz::rcOK;
+}
+
+Qz::uint32_t CQZ_STInterpretator::FindProgramHeader() {
+    // Tokens before PROG are skipped, failures included. A failure that did
+    // not move the scanner (a stray separator) skips one character, so the
+    // search always advances and ends.
+    for (;;) {
+        const int32_t before = TextPos;
+        const Qz::uint32_t r = Scan(TokenText);
+        if (r == Qz::rcEndOfText) return r;
+        if (r == Qz::rcOK && TokenCode == ttPROG) return Qz::rcOK;
+        if (r != Qz::rcOK && TextPos == before) {
+            if (!NextChar()) {
+                CurChar = 0;
+                return Qz::rcEndOfText;
+            }
+            if (Qz::uint32_t skip = SkipWhite()) return skip;
+        }
+    }
+}
+
+Qz::uint32_t CQZ_STInterpretator::ReadProgramName() {
+    if (CurChar == 0) return Qz::rcEndOfText;
+    if (CurChar == ' ') return Qz::rcBadCharacter;
+    TokenStart = TextPos - 1;
+    ClearToken();
+    while (CurChar != ' ') {
+        AppendToken(CurChar);  // the whole name is read; only 255 characters are kept
+        if (!NextChar()) {
+            CurChar = 0;
+            return Qz::rcEndOfText;
+        }
+    }
+    TokenEnd = TextPos - 2;
+    TokenCode = ttNAME;
+    if (Qz::uint32_t r = SkipWhite()) return r;
+    _qzcscpy(ProgramName, kNameLimit, TokenText);
+    ProgramName[kNameLimit] = 0;
+    return Qz::rcOK;
+}
+
+Qz::uint32_t CQZ_STInterpretator::FillVariablesList() {
+    double carried[3] = {0.0, 0.0, 0.0};  // the last TVR's 2nd..4th numbers, for TVG
+    for (;;) {
+        if (TokenCode == ttMAIN) return Qz::rcOK;
+        if (Qz::uint32_t r = Scan(TokenText)) return r;
+        if (TokenCode == ttMAIN) return Qz::rcOK;
+        char name[kTokenBufferSize];
+        _qzcscpy(name, kNameLimit, TokenText);
+        name[kNameLimit] = 0;
+
+        if (Qz::uint32_t r = Scan(TokenText)) return r;
+        if (TokenCode < ttV || TokenCode > ttTVR) return Qz::rcBadDeclKind;
+        const char kind = char(TokenCode);
+        if (Qz::uint32_t r = Scan(TokenText)) return r;
+        if (!IsValueType(char(TokenCode))) return Qz::rcBadDeclType;
+        const char type = char(TokenCode);
+
+        double numbers[4] = {0.0, 0.0, 0.0, 0.0};
+        const int count = kind == char(ttTVR) ? 4 : 1;
+        for (int i = 0; i < count; ++i) {
+            if (Qz::uint32_t r = Scan(TokenText)) return r;
+            if (TokenCode != ttNUMBER) return Qz::rcNoDeclNumber;
+            numbers[i] = DigitValue;
+        }
+        DeclareVariable(name, kind, type, numbers, carried);
+    }
+}
+
+Qz::uint32_t CQZ_STInterpretator::DeclareVariable(const char* name, char kind, char type, const double numbers[4],
+                                                  double carried[3]) {
+    int32_t& counter = DeclCounters[static_cast<uint8_t>(kind) - ttV];
+    // A repeated name keeps its first declaration; lookup returns it unchanged.
+    switch (static_cast<uint8_t>(kind)) {
+    case ttTVR:
+        Vars.lookup(name, kind, type, 0.0, counter, true, numbers[0], numbers[1], numbers[2], numbers[3]);
+        carried[0] = numbers[1];
+        carried[1] = numbers[2];
+        carried[2] = numbers[3];
+        break;
+    case ttTVG:
+        Vars.lookup(name, kind, type, 0.0, counter, true, numbers[0], carried[0], carried[1], carried[2]);
+        break;
+    default:
+        Vars.lookup(name, kind, type, numbers[0], counter, true);
+        break;
+    }
+    ++counter;
+    return Qz::rcOK;
+}
+
+void CQZ_STInterpretator::BuildHostEntries() {
+    struct Target {
+        char Kind;
+        std::vector<HostEntry>* Entries;
+    };
+    const Target targets[] = {{char(ttV), &LocalEntries}, {char(ttVI), &InputEntries}, {char(ttVO), &OutputEntries}};
+    for (const Target& target : targets) {
+        target.Entries->clear();
+        for (const Var& declared : *Vars.DeclaredList(target.Kind)) {
+            Var* live = Vars.lookup(declared.VarName, 0, 0, 0.0, 0, false);
+            // QString(const char*) is how the host has always received names.
+            target.Entries->push_back(HostEntry{&declared, live, QString(declared.VarName)});
+        }
+    }
+}
+
+// ---- Execution cycle ----
+
+Qz::uint32_t CQZ_STInterpretator::Execute(IQZExecuteInterface* exec) {
+    const Label* main = Labels.lookup("MAIN", 0, 0, false);
+    if (!main) return Qz::rcNoLabelToken;
+    if (Qz::uint32_t r = SeekTo(main->LabelStart)) return r;
+    if (Qz::uint32_t r = Scan(TokenText)) return r;
+    if (TokenCode != ttMAIN) return Qz::rcNoLabelToken;
+    if (Qz::uint32_t r = SkipWhite()) return r;
+    if (Qz::uint32_t r = ExecuteInitVars()) return r;
+    if (Qz::uint32_t r = UpdateInEntries(exec)) return r;
+
+    InstructionsRun = 0;
+    bool reachedEnd;
+    if (Qz::uint32_t r = RunBody(false, reachedEnd)) return r;
+    // The text's final RET ends the cycle whatever calls are pending; an
+    // earlier RET of MAIN does so only when every call has returned.
+    if (!reachedEnd && !CallStack.empty()) return Qz::rcRetWithCallsPending;
+    return UpdateOutEntries(exec);
+}
+
+Qz::uint32_t CQZ_STInterpretator::ExecuteInitVars() {
+    for (const std::vector<HostEntry>* entries : {&LocalEntries, &InputEntries}) {
+        for (const HostEntry& entry : *entries) {
+            Var* live = LiveRecord(entry);
+            if (!live) return Qz::rcVarNotFound;
+            live->VarValue = entry.Declared->VarValue;
+        }
+    }
+    for (const HostEntry& entry : OutputEntries) {
+        Var* live = LiveRecord(entry);
+        if (!live) return Qz::rcVarNotFound;
+        live->Rewrited = false;
+    }
+    return Qz::rcOK;
+}
+
+Qz::uint32_t CQZ_STInterpretator::UpdateInEntries(IQZExecuteInterface* exec) {
+    for (const HostEntry& entry : InputEntries) {
+        double value = 0.0;
+        const bool accepted = exec->GetValueFrom(CQZDirection::tdIN, entry.Name, value);
+#if QZ_HOST_CONTRACT_CHECKS
+        if (!accepted)
+            __assert_fail("exec->GetValueFrom(CQZDirection::tdIN, Item.VarName, Value)", "qz_st_intrpr_main.h", 203,
+                          "Qz::uint32_t CQZ_STInterpretator::UpdateInEntries(qz_st_interpretator::IQZExecuteInterface*)");
+#else
+        (void)accepted;
+#endif
+        Var* live = LiveRecord(entry);
+        if (!live) return Qz::rcVarNotFound;
+        live->Rewrited = false;
+        live->VarValue = value;  // as the host gave it: no narrowing
+    }
+    return Qz::rcOK;
+}
+
+Qz::uint32_t CQZ_STInterpretator::UpdateOutEntries(IQZExecuteInterface* exec) {
+    for (const HostEntry& entry : OutputEntries) {
+        const Var* live = LiveRecord(entry);
+        // Only a subprogram frame left pushed by a call that ran into the end
+        // of the text can hide an output; report it instead of reading nothing.
+        if (!live) return Qz::rcVarNotFound;
+        const int dimension = DimensionOfType(live->VarType);
+        if (dimension == 0) return Qz::rcBadType;
+        const bool accepted =
+            exec->SetValueTo(CQZDirection::tdOUT, entry.Name, live->VarValue, dimension, live->Rewrited);
+#if QZ_HOST_CONTRACT_CHECKS
+        if (!accepted)
+            __assert_fail("exec->SetValueTo(CQZDirection::tdOUT, Item.VarName, pVar->VarValue, Dimension, Rewrited)",
+                          "qz_st_intrpr_main.h", 323,
+                          "Qz::uint32_t CQZ_STInterpretator::UpdateOutEntries(qz_st_interpretator::IQZExecuteInterface*)");
+#else
+        (void)accepted;
+#endif
+    }
+    return Qz::rcOK;
+}

@@ -1,0 +1,58 @@
+// The plug-in object: loading a program text and running one cycle of it.
+#ifndef QZ_ST_INTRPR_MAIN_H
+#define QZ_ST_INTRPR_MAIN_H
+
+#include "qz_st_intrpr_execute.h"
+
+#include <vector>
+
+// Host-contract checks (a host's GetValueFrom/SetValueTo returning false
+// stops the process) are on in debug builds.
+#ifndef QZ_HOST_CONTRACT_CHECKS
+#ifdef NDEBUG
+#define QZ_HOST_CONTRACT_CHECKS 0
+#else
+#define QZ_HOST_CONTRACT_CHECKS 1
+#endif
+#endif
+
+class CQZ_STInterpretator final : public CQZ_STInterpretator_Execute, public qz_st_interpretator::IQZSTInterpretator {
+public:
+    CQZ_STInterpretator() = default;
+    ~CQZ_STInterpretator() override = default;
+
+    Qz::uint32_t InitInterpretator(std::string text) override;
+    void Destroy() override;
+    Qz::uint32_t Execute(qz_st_interpretator::IQZExecuteInterface* exec) override;
+
+private:
+    Qz::uint32_t LoadProgram();
+    Qz::uint32_t FindProgramHeader();
+    Qz::uint32_t ReadProgramName();
+    Qz::uint32_t FillVariablesList();
+    Qz::uint32_t DeclareVariable(const char* name, char kind, char type, const double numbers[4],
+                                 double carried[3]);
+    Qz::uint32_t ExecuteInitVars();
+    Qz::uint32_t UpdateInEntries(qz_st_interpretator::IQZExecuteInterface* exec);
+    Qz::uint32_t UpdateOutEntries(qz_st_interpretator::IQZExecuteInterface* exec);
+
+    // One declared V, VI or VO variable as the cycle uses it: its declared
+    // record, its live record in the program's table, and its name as the
+    // host sees it (built once, not on every cycle).
+    struct HostEntry {
+        const Var* Declared;
+        Var* ProgramRecord;
+        QString Name;
+    };
+    void BuildHostEntries();
+    // The live record: the program's own while no frame is left on the table
+    // stack, otherwise looked up by name in the innermost frame.
+    Var* LiveRecord(const HostEntry& entry) {
+        return TableStack.empty() ? entry.ProgramRecord : GetVar(entry.Declared->VarName);
+    }
+    std::vector<HostEntry> LocalEntries;   // V
+    std::vector<HostEntry> InputEntries;   // VI
+    std::vector<HostEntry> OutputEntries;  // VO
+};
+
+#endif

@@ -1,0 +1,161 @@
+// The variable table.
+#include "qz_vars.h"
+
+#include "qz_references.h"
+
+#include <QByteArray>
+#include <QString>
+#include <cstring>
+
+namespace {
+
+bool IsAscii(const char* s) {
+    for (; *s; ++s)
+        if (static_cast<unsigned char>(*s) >= 0x80) return false;
+    return true;
+}
+
+size_t AsciiKey(const char* name, char* key) {
+    size_t n = 0;
+    for (; name[n] && n < kNameKeyMax; ++n) key[n] = AsciiUpper(name[n]);
+    return n;
+}
+
+// The hash walks the key's bytes as signed values: h = h * 31 + byte.
+uint32_t KeyHashOf(const char* key, size_t length) {
+    uint32_t h = 0;
+    for (size_t i = 0; i < length; ++i) h = h * 31u + uint32_t(int32_t(static_cast<signed char>(key[i])));
+    return h;
+}
+
+}  // namespace
+
+size_t NameKey(const char* name, char* key) {
+    // Pure ASCII needs no Unicode tables and no allocation; the result is the
+    // same as QString's upper-casing.
+    if (IsAscii(name)) return AsciiKey(name, key);
+    const QByteArray bytes(name);
+    const QString text = QString::fromUtf8(bytes);
+    if (text.toUtf8() != bytes) return AsciiKey(name, key);  // not UTF-8: bytes as they are
+    const QByteArray upper = text.toUpper().toUtf8();
+    const size_t n = std::min(size_t(upper.size()), kNameKeyMax);
+    std::memcpy(key, upper.constData(), n);
+    return n;
+}
+
+CQZ_Vars::CQZ_Vars() : Buckets(FrameBuckets), BucketMask(kFrameBuckets - 1) {}
+
+CQZ_Vars::CQZ_Vars(Var** buckets, uint32_t bucketCount) : Buckets(buckets), BucketMask(bucketCount - 1) {
+    std::memset(Buckets, 0, sizeof(Var*) * bucketCount);
+}
+
+CQZ_Vars::~CQZ_Vars() {
+    Clear();
+    while (FreeRecords) {
+        Var* next = FreeRecords->Next;
+        delete FreeRecords;
+        FreeRecords = next;
+    }
+}
+
+Var* CQZ_Vars::NewRecord() {
+    if (!FreeRecords) return new Var();
+    Var* var = FreeRecords;
+    FreeRecords = var->Next;
+    return var;
+}
+
+void CQZ_Vars::ReleaseRecord(Var* var) {
+    if (Slots && var->ReferenceSlot) Slots->Release(var);
+    var->Next = FreeRecords;
+    FreeRecords = var;
+}
+
+Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int index, bool create,
+                      double param1, double param2, double param3, double param4) {
+    if (!name) name = "";
+    char key[kNameKeyMax];
+    const size_t keyLength = NameKey(name, key);
+    const uint32_t hash = KeyHashOf(key, keyLength);
+    Var*& head = Buckets[hash & BucketMask];
+    for (Var* var = head; var; var = var->Next) {
+        if (var->KeyHash != hash) continue;
+        char other[kNameKeyMax];
+        const size_t otherLength = NameKey(var->VarName, other);
+        if (otherLength == keyLength && std::memcmp(key, other, keyLength) == 0) return var;
+    }
+    if (!create) return nullptr;
+
+    Var* var = NewRecord();
+    _qzcscpy(var->VarName, kNameLimit, name);
+    var->VarName[kNameLimit] = 0;
+    var->VarKind = kind;
+    var->VarType = type;
+    var->VarValue = value;
+    var->VarIndex = index;
+    var->VarParam1 = param1;
+    var->VarParam2 = param2;
+    var->VarParam3 = param3;
+    var->VarParam4 = param4;
+    var->Rewrited = false;
+    var->KeyHash = hash;
+    var->ReferenceSlot = 0;
+    var->Next = head;
+    head = var;
+
+    const uint8_t code = static_cast<uint8_t>(kind);
+    if (code >= ttV && code <= ttVR) {
+        std::list<Var>& list = KindList(kind);
+        if (FreeListNodes.empty()) {
+            list.push_back(*var);
+        } else {
+            list.splice(list.end(), FreeListNodes, FreeListNodes.begin());
+            list.back() = *var;
+        }
+    }
+    return var;
+}
+
+const std::list<Var>* CQZ_Vars::DeclaredList(char kind) const {
+    const uint8_t code = static_cast<uint8_t>(kind);
+    if (code < ttV || code > ttTVR) return nullptr;  // VA and VR lists are kept but not listed
+    return &Lists[code - ttV];
+}
+
+bool CQZ_Vars::GetVarsList(std::list<Var>& list, char kind) const {
+    list.clear();
+    const std::list<Var>* declared = DeclaredList(kind);
+    if (!declared) return false;
+    list = *declared;
+    return true;
+}
+
+void CQZ_Vars::Clear() {
+    for (std::list<Var>& list : Lists) FreeListNodes.splice(FreeListNodes.end(), list);
+    for (uint32_t i = 0; i < BucketCount(); ++i) {
+        deleteVar(Buckets[i]);
+        Buckets[i] = nullptr;
+    }
+}
+
+void CQZ_Vars::deleteVar(Var* var) {
+    if (!var) return;
+    // Detach the chain from whatever points at it, then release it record by
+    // record: iterative, so a long chain cannot exhaust the native stack.
+    Var*& head = Buckets[var->KeyHash & BucketMask];
+    if (head == var) {
+        head = nullptr;
+    } else {
+        for (Var* p = head; p; p = p->Next) {
+            if (p->Next == var) {
+                p->Next = nullptr;
+                break;
+            }
+        }
+    }
+    while (var) {
+        Var* next = var->Next;
+        ReleaseRecord(var);
+        var = next;
+    }
+}

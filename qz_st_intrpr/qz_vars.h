@@ -1,0 +1,81 @@
+// The variable table: Var records in a chained hash keyed by the upper-cased
+// name, plus one list per declaration kind holding copies of the records as
+// they were declared (the declared initial values and the host exchange lists).
+#ifndef QZ_VARS_H
+#define QZ_VARS_H
+
+#include "qz_tokens.h"
+
+#include <list>
+
+class QZ_ReferenceSlots;
+
+struct Var {
+    char VarName[kTokenBufferSize];  // 255 characters at most, always NUL-terminated
+    char VarKind;
+    char VarType;
+    double VarValue;
+    int32_t VarIndex;
+    double VarParam1, VarParam2, VarParam3, VarParam4;
+    bool Rewrited;
+    Var* Next;
+    // Bookkeeping of this implementation: hash of the name's key, and the
+    // reference slot it holds while a MOVA address of it may be in use.
+    uint32_t KeyHash;
+    uint32_t ReferenceSlot;
+};
+
+class CQZ_Vars {
+public:
+    static constexpr uint32_t kProgramBuckets = 2048;  // the program's own table
+    static constexpr uint32_t kFrameBuckets = 64;      // a subprogram frame's table
+    static constexpr int kKindCount = 9;               // V .. VR
+
+    // A frame table with its own small bucket array.
+    CQZ_Vars();
+    // A table over `buckets` (a power of two) owned by the caller.
+    CQZ_Vars(Var** buckets, uint32_t bucketCount);
+    ~CQZ_Vars();
+    CQZ_Vars(const CQZ_Vars&) = delete;
+    CQZ_Vars& operator=(const CQZ_Vars&) = delete;
+
+    // Finds `name` ignoring case; creates the record when absent and `create`.
+    Var* lookup(const char* name, char kind, char type, double value, int index, bool create,
+                double param1 = 0.0, double param2 = 0.0, double param3 = 0.0, double param4 = 0.0);
+    // Copies of the declarations of `kind`; false (and empty) for VA, VR and others.
+    bool GetVarsList(std::list<Var>& list, char kind) const;
+    // The declarations of `kind` without copying; null where GetVarsList refuses.
+    const std::list<Var>* DeclaredList(char kind) const;
+    void Clear();
+    // Deletes the bucket chain that begins at `var`.
+    void deleteVar(Var* var);
+
+    // Where this table reports records it releases (for MOVA references).
+    void SetReferenceSlots(QZ_ReferenceSlots* slots) { Slots = slots; }
+
+private:
+    Var* NewRecord();
+    void ReleaseRecord(Var* var);
+    std::list<Var>& KindList(char kind) { return Lists[static_cast<uint8_t>(kind) - ttV]; }
+
+    Var* FrameBuckets[kFrameBuckets] = {};
+    Var** Buckets;
+    uint32_t BucketMask;
+    std::list<Var> Lists[kKindCount];
+    uint32_t BucketCount() const { return BucketMask + 1; }
+
+    // Released records and list nodes are kept for reuse (records chained
+    // through Next), so a frame table that is rebuilt on every call stops
+    // allocating once it has been built once.
+    Var* FreeRecords = nullptr;
+    std::list<Var> FreeListNodes;
+    QZ_ReferenceSlots* Slots = nullptr;
+};
+
+// The key a name is found by: upper-cased by Unicode rules when it is valid
+// UTF-8 (ASCII letters only otherwise), whatever the process locale.
+// Returns the key's length; `key` has room for kNameKeyMax bytes.
+constexpr size_t kNameKeyMax = 4 * kTokenBufferSize;
+size_t NameKey(const char* name, char* key);
+
+#endif
