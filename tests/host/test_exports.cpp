@@ -1,0 +1,54 @@
+// The plug-in's dynamic symbol table holds the host ABI and nothing else.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <set>
+#include <string>
+
+namespace {
+
+std::set<std::string> ExportedSymbols() {
+    const std::string command = std::string(QZ_NM_COMMAND) + " -D --defined-only " + QZ_PLUGIN_PATH;
+    FILE* pipe = popen(command.c_str(), "r");
+    std::set<std::string> names;
+    if (!pipe) return names;
+    char line[1024];
+    while (fgets(line, sizeof line, pipe)) {
+        char address[64], kind[8], name[900];
+        if (sscanf(line, "%63s %7s %899s", address, kind, name) == 3) names.insert(name);
+    }
+    pclose(pipe);
+    return names;
+}
+
+TEST(Exports, ExactlyTheHostInterface) {
+    const std::set<std::string> expected = {
+        "Create",
+        "Destroy",
+        "TokensTable",
+        "QZSetInstructionBudget",
+        "QZSetClock",
+        "QZSetTraceHook",
+        "_Z8_qzcscpyPcmPKc",
+        "_Z8_qzcscatPcmPKc",
+        "_ZN18QZBuildInFunctions17DoBildInFunctionsEP29CQZ_STInterpretator_InterfaceR7QString",
+        "_ZN18QZBuildInFunctions5DoCosEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions5DoSinEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions5DoTanEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions6DoACosEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions6DoASinEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions6DoATanEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions6DoCeilEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions7DoFloorEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions7DoRoundEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions5DoExpEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions6DoFabsEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions4DoLnEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions7DoLog10EP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions5DoPowEP29CQZ_STInterpretator_Interface",
+        "_ZN18QZBuildInFunctions6DoSqrtEP29CQZ_STInterpretator_Interface",
+    };
+    EXPECT_EQ(ExportedSymbols(), expected);
+}
+
+}  // namespace
