@@ -104,6 +104,17 @@ typedef void (*QZTraceFunction)(void* context, const QZTraceEvent* event);
 QZ_EXPORT void QZSetTraceHook(qz_st_interpretator::IQZSTInterpretator* object, QZTraceFunction hook,
                               void* context);
 
+// Where the scanner stands, for diagnostics after a failed load or cycle:
+// the last token read (or being read when a failure stopped it) spans
+// TokenStart..TokenEnd, and TextPos is one past the current character.
+struct QZScanPosition {
+    int32_t TokenStart;
+    int32_t TokenEnd;
+    int32_t TextPos;
+    uint8_t TokenCode;
+};
+QZ_EXPORT void QZGetScanPosition(qz_st_interpretator::IQZSTInterpretator* object, QZScanPosition* position);
+
 }  // extern "C"
 
 #endif

@@ -39,6 +39,15 @@ void QZSetTraceHook(IQZSTInterpretator* object, QZTraceFunction hook, void* cont
     Object(object)->TraceContext = hook ? context : nullptr;
 }
 
+void QZGetScanPosition(IQZSTInterpretator* object, QZScanPosition* position) {
+    if (!object || !position) return;
+    const CQZ_STInterpretator* machine = Object(object);
+    position->TokenStart = machine->TokenStart;
+    position->TokenEnd = machine->TokenEnd;
+    position->TextPos = machine->TextPos;
+    position->TokenCode = machine->TokenCode;
+}
+
 // ---- Loader ----
 
 Qz::uint32_t CQZ_STInterpretator::InitInterpretator(std::string text) {

@@ -29,6 +29,7 @@ TEST(Exports, ExactlyTheHostInterface) {
         "QZSetInstructionBudget",
         "QZSetClock",
         "QZSetTraceHook",
+        "QZGetScanPosition",
         "_Z8_qzcscpyPcmPKc",
         "_Z8_qzcscatPcmPKc",
         "_ZN18QZBuildInFunctions17DoBildInFunctionsEP29CQZ_STInterpretator_InterfaceR7QString",
