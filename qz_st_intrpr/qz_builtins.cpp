@@ -1,8 +1,8 @@
 // The built-in mathematical functions called by EXEC. Each pops its
 // arguments, leaves its result in A0 and returns 0; an empty stack is not
 // reported, the missing argument reads as 0.0 of type LREAL.
+#include "qz_builtins.h"
 #include "qz_numeric.h"
-#include "qz_st_interface.h"
 #include "qz_tokens.h"
 
 #include <cmath>
@@ -69,10 +69,15 @@ const Entry kFunctions[] = {
 
 }  // namespace
 
-Qz::uint32_t DoBildInFunctions(CQZ_STInterpretator_Interface* machine, QString& name) {
+QZBuiltinFunction FindBuiltin(const QString& name) {
     for (const Entry& entry : kFunctions)
-        if (name.compare(QLatin1String(entry.Name), Qt::CaseInsensitive) == 0) return entry.Function(machine);
-    return Qz::rcNoBuiltin;
+        if (name.compare(QLatin1String(entry.Name), Qt::CaseInsensitive) == 0) return entry.Function;
+    return nullptr;
+}
+
+Qz::uint32_t DoBildInFunctions(CQZ_STInterpretator_Interface* machine, QString& name) {
+    const QZBuiltinFunction function = FindBuiltin(name);
+    return function ? function(machine) : Qz::rcNoBuiltin;
 }
 
 Qz::uint32_t DoCos(CQZ_STInterpretator_Interface* m) { return Unary(m, Cos); }

@@ -11,6 +11,10 @@
 #include <cstring>
 
 Qz::uint32_t CQZ_STInterpretator_Execute::RunBody(bool callBase, bool& reachedEnd) {
+    return UseDecodedPath() ? RunBodyDecoded(callBase, reachedEnd) : RunBodyPlain(callBase, reachedEnd);
+}
+
+Qz::uint32_t CQZ_STInterpretator_Execute::RunBodyPlain(bool callBase, bool& reachedEnd) {
     size_t depth = 0;  // calls entered by this loop and not yet returned from
     reachedEnd = false;
     for (;;) {
@@ -67,7 +71,11 @@ Qz::uint32_t CQZ_STInterpretator_Execute::EnterCall() {
     if (Qz::uint32_t r = SeekTo(label->LabelStart)) return r;
     if (Qz::uint32_t r = Scan(TokenText)) return r;
     if (TokenCode != ttLABEL) return Qz::rcNoLabelToken;
-    return FillFuncVariablesList();
+    if (Qz::uint32_t r = FillFuncVariablesList()) return r;
+    // Every table built from the declarations at this label holds the same
+    // names in the same order: the decoded path finds them by ordinal.
+    TableStack.back()->SetShape(FrameShape(label->LabelStart));
+    return Qz::rcOK;
 }
 
 Qz::uint32_t CQZ_STInterpretator_Execute::ReturnFromCall() {

@@ -1,5 +1,4 @@
 // Instruction dispatch, data moves, jumps and the one-register instructions.
-#include "qz_numeric.h"
 #include "qz_st_intrpr_execute.h"
 
 const CQZ_STInterpretator_Execute::Handler CQZ_STInterpretator_Execute::kHandlers[ttRET - ttCAL + 1] = {
@@ -32,16 +31,12 @@ Qz::uint32_t CQZ_STInterpretator_Execute::DoMOV() {
     case ttVAR: {
         Var* var = GetVar(TokenText);
         if (!var) return Qz::rcVarNotFound;
-        const Qz::uint32_t r = ConvertDim(source.Value, var->VarValue, var->VarType);
-        if (var->VarKind == char(ttVO)) var->Rewrited = true;  // even when the conversion failed
-        return r;
+        return StoreVariable(*var, source.Value);
     }
     case ttREF: {
         const Var* var = GetVar(TokenText);
         if (!var) return Qz::rcVarNotFound;
-        double* target = ReferencedValue(var);
-        if (!target) return Qz::rcVarNotFound;
-        return ConvertDim(source.Value, *target, var->VarType);
+        return StoreReference(*var, source.Value);
     }
     case ttA0: case ttR0: case ttR1: case ttNIL:
         return SetValueToRegister(char(TokenCode), source.Type, source.Value);
@@ -126,37 +121,23 @@ Qz::uint32_t CQZ_STInterpretator_Execute::DoTest(char) {
 
 Qz::uint32_t CQZ_STInterpretator_Execute::DoNot(char) {
     char reg;
-    QZ_Operand value;
+    QZ_Operand value, out;
     if (Qz::uint32_t r = ReadRegister(reg, value, Qz::rcUnaryOperand)) return r;
-    if (value.Type != char(ttBOOL)) return Qz::rcNotType;
-    return SetValueToRegister(reg, char(ttBOOL), value.Value == 0.0 ? 1.0 : 0.0);
+    return WriteResult(reg, qz::Not(value, out), out);
 }
 
 Qz::uint32_t CQZ_STInterpretator_Execute::DoBitNot(char) {
     char reg;
-    QZ_Operand value;
+    QZ_Operand value, out;
     if (Qz::uint32_t r = ReadRegister(reg, value, Qz::rcBnotOperand)) return r;
-    const uint64_t x = qz::Low64(value.Value);
-    double result;
-    // The unsigned 8- and 16-bit complements are not masked back to their
-    // width: BNOT of USINT 0 is -1, not 255.
-    switch (static_cast<uint8_t>(value.Type)) {
-    case ttSINT: result = ~qz::SignExtend(x, 8); break;
-    case ttUSINT: result = ~int32_t(x & 0xFFu); break;
-    case ttINT: result = ~qz::SignExtend(x, 16); break;
-    case ttUINT: result = ~int32_t(x & 0xFFFFu); break;
-    case ttDINT: result = ~qz::SignExtend(x, 32); break;
-    case ttUDINT: result = double(~uint32_t(x)); break;
-    default: return Qz::rcBnotOperand;
-    }
-    return SetValueToRegister(reg, value.Type, result);
+    return WriteResult(reg, qz::BitNot(value, out), out);
 }
 
 Qz::uint32_t CQZ_STInterpretator_Execute::DoNegate(char) {
     char reg;
-    QZ_Operand value;
+    QZ_Operand value, out;
     if (Qz::uint32_t r = ReadRegister(reg, value, Qz::rcUnaryOperand)) return r;
-    return SetValueToRegister(reg, value.Type, -value.Value);
+    return WriteResult(reg, qz::Negate(value, out), out);
 }
 
 // ---- Built-in functions ----

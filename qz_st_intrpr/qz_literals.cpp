@@ -81,6 +81,7 @@ Qz::uint32_t CQZ_STInterpretator_Base::SeekTo(int64_t pos) {
 
 void CQZ_STInterpretator_Base::SetText(std::string text) {
     Text = std::move(text);
+    ++TextVersion;
     // Positions are 32-bit: a text beyond 2 GiB is read up to that point only.
     TextLen = Text.size() > size_t(std::numeric_limits<int32_t>::max())
                   ? std::numeric_limits<int32_t>::max()

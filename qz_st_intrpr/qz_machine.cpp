@@ -1,5 +1,4 @@
 // Values, registers, the value stack, operand decoding and the TICK counter.
-#include "qz_numeric.h"
 #include "qz_st_intrpr_execute.h"
 
 #include <sched.h>
@@ -49,32 +48,6 @@ Qz::uint32_t CQZ_STInterpretator_Execute::SetValueToRegister(char reg, char type
     return Qz::rcOK;
 }
 
-// ---- Narrowing ----
-
-Qz::uint32_t CQZ_STInterpretator_Execute::ConvertDim(double value, double& out, char type) {
-    // The clamp bound is the decimal 3.402823466e38 as a double, not FLT_MAX.
-    static constexpr double kRealLimit = 3.402823466e38;
-    switch (static_cast<uint8_t>(type)) {
-    case ttBOOL: out = (value == 0.0) ? 0.0 : 1.0; return Qz::rcOK;
-    case ttSINT: out = qz::SignExtend(qz::Low64(value), 8); return Qz::rcOK;
-    case ttUSINT: out = double(qz::Low64(value) & 0xFFu); return Qz::rcOK;
-    case ttINT: out = qz::SignExtend(qz::Low64(value), 16); return Qz::rcOK;
-    case ttUINT: out = double(qz::Low64(value) & 0xFFFFu); return Qz::rcOK;
-    case ttDINT: out = qz::SignExtend(qz::Low64(value), 32); return Qz::rcOK;
-    case ttUDINT: out = double(qz::Low64(value) & 0xFFFFFFFFu); return Qz::rcOK;
-    case ttREAL:
-        if (value < -kRealLimit)
-            out = -kRealLimit;
-        else if (value > kRealLimit)
-            out = kRealLimit;
-        else
-            out = double(static_cast<float>(value));  // in range, or NaN
-        return Qz::rcOK;
-    case ttLREAL: out = value; return Qz::rcOK;
-    default: return Qz::rcBadType;
-    }
-}
-
 // ---- Operands ----
 
 Qz::uint32_t CQZ_STInterpretator_Execute::ReadSource(QZ_Operand& out, Qz::uint32_t badKind, bool acceptTick) {
@@ -83,16 +56,12 @@ Qz::uint32_t CQZ_STInterpretator_Execute::ReadSource(QZ_Operand& out, Qz::uint32
     case ttVAR: {
         const Var* var = GetVar(TokenText);
         if (!var) return Qz::rcVarNotFound;
-        out.Type = var->VarType;
-        return ConvertDim(var->VarValue, out.Value, var->VarType);
+        return ReadVariable(*var, out);
     }
     case ttREF: {
         const Var* var = GetVar(TokenText);
         if (!var) return Qz::rcVarNotFound;
-        const double* target = ReferencedValue(var);
-        if (!target) return Qz::rcVarNotFound;
-        out.Type = var->VarType;
-        return ConvertDim(*target, out.Value, var->VarType);
+        return ReadReference(*var, out);
     }
     case ttA0: case ttR0: case ttR1: case ttNIL:
         return GetValueFromRegister(char(TokenCode), out.Type, out.Value);

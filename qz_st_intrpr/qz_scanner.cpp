@@ -54,8 +54,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::Scan(char* /*buffer: always TokenText*
         break;
     }
     if (r != Qz::rcOK) return r;
-    if (TokenCode == ttLABEL || TokenCode == ttPROG || TokenCode == ttVARSECTION || TokenCode == ttMAIN)
-        Labels.lookup(TokenText, TokenStart, TokenEnd, true);
+    if (RegistersLabel(TokenCode) && !SuppressLabelRegistration) Labels.lookup(TokenText, TokenStart, TokenEnd, true);
     return Qz::rcOK;
 }
 

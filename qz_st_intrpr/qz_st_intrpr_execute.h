@@ -7,6 +7,8 @@
 #ifndef QZ_ST_INTRPR_EXECUTE_H
 #define QZ_ST_INTRPR_EXECUTE_H
 
+#include "qz_decoded.h"
+#include "qz_operations.h"
 #include "qz_st_interface.h"
 #include "qz_st_intrpr_lists.h"
 
@@ -26,12 +28,6 @@ struct QZ_Register {
     char ValueType;
 };
 
-// A decoded operand value.
-struct QZ_Operand {
-    double Value = 0.0;
-    char Type = 0;
-};
-
 class CQZ_STInterpretator_Execute : public CQZ_STInterpretator_Lists, public CQZ_STInterpretator_Interface {
 public:
     CQZ_STInterpretator_Execute() = default;
@@ -45,7 +41,7 @@ public:
     Qz::uint32_t SetValueToRegister(char reg, char type, double value) override;
 
     // Narrows `value` to `type` into `out`; 10 (out untouched) for a non-value type.
-    static Qz::uint32_t ConvertDim(double value, double& out, char type);
+    static Qz::uint32_t ConvertDim(double value, double& out, char type) { return qz::Narrow(value, out, type); }
 
     // Reads one token at CurChar into TokenText (the only buffer ever passed).
     Qz::uint32_t Scan(char* buffer);
@@ -75,18 +71,61 @@ public:
     QZTraceFunction TraceHook = nullptr;
     void* TraceContext = nullptr;
 
+    // Runs every instruction by scanning its text, as the first cycle does,
+    // instead of replaying what earlier cycles decoded. Both ways leave the
+    // same results, host calls and machine state; the plain one is the
+    // reference the decoded one is checked against.
+    bool PlainPath = false;
+
 protected:
+    // True when the four virtual operations above are this class's own, so
+    // the decoded path may reach registers and the stack directly. Set by the
+    // plug-in object, which no class can derive from; a class that overrides
+    // them runs the plain path, which calls them through their slots.
+    bool OwnMachineOperations = false;
+    bool UseDecodedPath() const { return OwnMachineOperations && !PlainPath && TextLen <= kDecodedTextLimit; }
+    // The decoded form keeps an entry per character; longer texts run plainly.
+    static constexpr int32_t kDecodedTextLimit = 1 << 24;
+
     // Runs instructions from the current token until the body that was
     // entered ends: MAIN's RET (callBase false), the RET of the subprogram
     // whose call started the loop (callBase true), or the final RET of the
     // text (`reachedEnd`). Nested CALs are followed without native recursion.
     Qz::uint32_t RunBody(bool callBase, bool& reachedEnd);
+    Qz::uint32_t RunBodyPlain(bool callBase, bool& reachedEnd);
+    Qz::uint32_t RunBodyDecoded(bool callBase, bool& reachedEnd);
     uint64_t InstructionsRun = 0;  // in the current Execute
     int32_t JumpOperandEnd = -1;   // where a jump's or call's operand ended, for traces
 
     // The millisecond clock behind TICK.
     uint32_t ClockMilliseconds();
     double ReadTick();
+
+    // ---- The decoded path (qz_decoder.cpp, qz_fast_path.cpp) ----
+    // Makes the decoded form belong to the current text.
+    void PrepareDecoded();
+    // The token at `pos` (1 + its index), scanned once and then remembered;
+    // 0 when it has to be scanned (the scan fails there, or would register
+    // a label that is not registered yet).
+    uint32_t DecodedTokenAt(int32_t pos);
+    // The fields as the last scan left them; the decoded path keeps them
+    // pending in `Pending` (1 + token index) while it runs.
+    void ShowToken(const QZ_DecodedToken& token);
+    // Makes `token` the pending one: the last token the fields should show.
+    void Step(uint32_t token);
+    void Materialize() {
+        if (Pending) {
+            ShowToken(Decoded.Tokens[Pending - 1]);
+            Pending = 0;
+        }
+    }
+    // The position where the next token begins, or -1 when the next scan is
+    // to be left to Scan (end of text, or a position the fields do not match).
+    int32_t NextPosition() const;
+    QZ_DecodedProgram Decoded;
+    uint32_t Pending = 0;
+    int32_t PendingNext = -1;
+    bool SuppressLabelRegistration = false;  // Scan without side effects, for decoding
 
 private:
     typedef Qz::uint32_t (CQZ_STInterpretator_Execute::*Handler)(char code);
@@ -100,7 +139,30 @@ private:
     Qz::uint32_t EndOfText();
     Qz::uint32_t SkipWhiteOrEnd();
 
-    // Operands.
+    // Operands: the parts shared by both paths.
+    Qz::uint32_t ReadReference(const Var& var, QZ_Operand& out) {
+        const double* target = ReferencedValue(&var);
+        if (!target) return Qz::rcVarNotFound;
+        out.Type = var.VarType;
+        return ConvertDim(*target, out.Value, var.VarType);
+    }
+    static Qz::uint32_t ReadVariable(const Var& var, QZ_Operand& out) {
+        out.Type = var.VarType;
+        return ConvertDim(var.VarValue, out.Value, var.VarType);
+    }
+    static Qz::uint32_t StoreVariable(Var& var, double value) {
+        const Qz::uint32_t r = ConvertDim(value, var.VarValue, var.VarType);
+        if (var.VarKind == char(ttVO)) var.Rewrited = true;  // even when the conversion failed
+        return r;
+    }
+    Qz::uint32_t StoreReference(const Var& var, double value) {
+        double* target = ReferencedValue(&var);
+        if (!target) return Qz::rcVarNotFound;
+        return ConvertDim(value, *target, var.VarType);
+    }
+    Qz::uint32_t WriteResult(char reg, Qz::uint32_t result, const QZ_Operand& value);
+
+    // Operands read from the text.
     Qz::uint32_t ReadSource(QZ_Operand& out, Qz::uint32_t badKind, bool acceptTick = false);
     Qz::uint32_t ReadRegister(char& reg, QZ_Operand& out, Qz::uint32_t badKind);
     Qz::uint32_t ReadOperands(QZ_Operand& source, char& reg, QZ_Operand& dest, Qz::uint32_t badKind);
@@ -118,6 +180,19 @@ private:
     Qz::uint32_t DoNegate(char code);
     Qz::uint32_t DoPowCommand(char code);
     Qz::uint32_t DoRetCommand(char code);
+
+    // The decoded path.
+    uint32_t DecodeInstruction(uint32_t keyword);
+    bool DecodeOperand(int32_t pos, QZ_DecodedOperand& operand);
+    void ResolveTarget(uint32_t instruction);
+    uint32_t DecodeFrame(int32_t labelStart);
+    Qz::uint32_t RunDecodedBody(bool callBase, bool& reachedEnd);
+    Qz::uint32_t RunDecoded(uint32_t instruction, size_t& depth);
+    Qz::uint32_t RunDecodedCall(uint32_t instruction, size_t& depth);
+    Qz::uint32_t ReadDecodedSource(QZ_DecodedOperand& operand, QZ_Operand& out);
+    Var* ResolveVariable(QZ_DecodedOperand& operand);
+    QZ_Register& Register(uint8_t index) { return this->*kRegisters[index]; }
+    static QZ_Register CQZ_STInterpretator_Execute::* const kRegisters[3];
 
     // Calls.
     Qz::uint32_t EnterCall();

@@ -200,12 +200,7 @@ void CQZ_STInterpretator::BuildHostEntries() {
 // ---- Execution cycle ----
 
 Qz::uint32_t CQZ_STInterpretator::Execute(IQZExecuteInterface* exec) {
-    const Label* main = Labels.lookup("MAIN", 0, 0, false);
-    if (!main) return Qz::rcNoLabelToken;
-    if (Qz::uint32_t r = SeekTo(main->LabelStart)) return r;
-    if (Qz::uint32_t r = Scan(TokenText)) return r;
-    if (TokenCode != ttMAIN) return Qz::rcNoLabelToken;
-    if (Qz::uint32_t r = SkipWhite()) return r;
+    if (Qz::uint32_t r = UseDecodedPath() ? EnterMainDecoded() : EnterMain()) return r;
     if (Qz::uint32_t r = ExecuteInitVars()) return r;
     if (Qz::uint32_t r = UpdateInEntries(exec)) return r;
 
@@ -216,6 +211,35 @@ Qz::uint32_t CQZ_STInterpretator::Execute(IQZExecuteInterface* exec) {
     // earlier RET of MAIN does so only when every call has returned.
     if (!reachedEnd && !CallStack.empty()) return Qz::rcRetWithCallsPending;
     return UpdateOutEntries(exec);
+}
+
+Qz::uint32_t CQZ_STInterpretator::EnterMain() {
+    const Label* main = Labels.lookup("MAIN", 0, 0, false);
+    if (!main) return Qz::rcNoLabelToken;
+    if (Qz::uint32_t r = SeekTo(main->LabelStart)) return r;
+    if (Qz::uint32_t r = Scan(TokenText)) return r;
+    if (TokenCode != ttMAIN) return Qz::rcNoLabelToken;
+    return SkipWhite();
+}
+
+// EnterMain without a label look-up or a scan on every cycle: MAIN's place is
+// fixed once it is registered, and so is the token there.
+Qz::uint32_t CQZ_STInterpretator::EnterMainDecoded() {
+    PrepareDecoded();
+    if (Decoded.MainStart < 0) {
+        const Label* main = Labels.lookup("MAIN", 0, 0, false);
+        if (!main) return Qz::rcNoLabelToken;
+        Decoded.MainStart = main->LabelStart;
+    }
+    if (Qz::uint32_t r = SeekTo(Decoded.MainStart)) return r;
+    if (const uint32_t token = DecodedTokenAt(Decoded.MainStart)) {
+        Step(token);
+        Materialize();
+    } else if (Qz::uint32_t r = Scan(TokenText)) {
+        return r;
+    }
+    if (TokenCode != ttMAIN) return Qz::rcNoLabelToken;
+    return SkipWhite();
 }
 
 Qz::uint32_t CQZ_STInterpretator::ExecuteInitVars() {

@@ -18,7 +18,9 @@
 
 class CQZ_STInterpretator final : public CQZ_STInterpretator_Execute, public qz_st_interpretator::IQZSTInterpretator {
 public:
-    CQZ_STInterpretator() = default;
+    // The plug-in class is final and overrides none of the machine's four
+    // virtual operations, so its instructions may take the decoded path.
+    CQZ_STInterpretator() { OwnMachineOperations = true; }
     ~CQZ_STInterpretator() override = default;
 
     Qz::uint32_t InitInterpretator(std::string text) override;
@@ -26,6 +28,9 @@ public:
     Qz::uint32_t Execute(qz_st_interpretator::IQZExecuteInterface* exec) override;
 
 private:
+    // Moves the scanner behind the MAIN keyword at the start of a cycle.
+    Qz::uint32_t EnterMain();
+    Qz::uint32_t EnterMainDecoded();
     Qz::uint32_t LoadProgram();
     Qz::uint32_t FindProgramHeader();
     Qz::uint32_t ReadProgramName();

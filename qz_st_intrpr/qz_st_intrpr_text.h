@@ -32,6 +32,9 @@ public:
     char ProgramName[kTokenBufferSize] = {};
     std::string Text;
     int32_t TextLen = 0;
+    // Changes whenever a new text is put in place: what was remembered about
+    // the old one's positions no longer holds.
+    uint32_t TextVersion = 0;
 
 protected:
     // Reads the next character into CurChar; false at the end of the text

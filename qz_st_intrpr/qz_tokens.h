@@ -97,6 +97,10 @@ inline bool IsSeparatorChar(char c) {
 // The language upper-cases only ASCII letters, whatever the process locale.
 inline char AsciiUpper(char c) { return (c >= 'a' && c <= 'z') ? char(c - 'a' + 'A') : c; }
 
+// Tokens the scanner enters in the label table.
+inline bool RegistersLabel(uint8_t code) {
+    return code == ttLABEL || code == ttPROG || code == ttVARSECTION || code == ttMAIN;
+}
 inline bool IsInstructionCode(uint8_t code) { return code >= ttCAL && code <= ttRET; }
 inline bool IsRegisterCode(uint8_t code) { return code >= ttA0 && code <= ttNIL; }
 inline bool IsValueType(char type) { return type >= char(ttBOOL) && type <= char(ttLREAL); }

@@ -99,13 +99,29 @@ Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int 
     var->VarParam4 = param4;
     var->Rewrited = false;
     var->KeyHash = hash;
+    Link(var);
+    return var;
+}
+
+Var* CQZ_Vars::AddRecord(const Var& prototype) {
+    Var* var = NewRecord();
+    *var = prototype;
+    Link(var);
+    return var;
+}
+
+void CQZ_Vars::Link(Var* var) {
+    ShapeId = 0;
     var->ReferenceSlot = 0;
+    var->Ordinal = uint32_t(Created.size());
+    Created.push_back(var);
+    Var*& head = Buckets[var->KeyHash & BucketMask];
     var->Next = head;
     head = var;
 
-    const uint8_t code = static_cast<uint8_t>(kind);
+    const uint8_t code = static_cast<uint8_t>(var->VarKind);
     if (code >= ttV && code <= ttVR) {
-        std::list<Var>& list = KindList(kind);
+        std::list<Var>& list = KindList(var->VarKind);
         if (FreeListNodes.empty()) {
             list.push_back(*var);
         } else {
@@ -113,7 +129,6 @@ Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int 
             list.back() = *var;
         }
     }
-    return var;
 }
 
 const std::list<Var>* CQZ_Vars::DeclaredList(char kind) const {
@@ -131,11 +146,17 @@ bool CQZ_Vars::GetVarsList(std::list<Var>& list, char kind) const {
 }
 
 void CQZ_Vars::Clear() {
+    ShapeId = 0;
     for (std::list<Var>& list : Lists) FreeListNodes.splice(FreeListNodes.end(), list);
-    for (uint32_t i = 0; i < BucketCount(); ++i) {
-        deleteVar(Buckets[i]);
-        Buckets[i] = nullptr;
+    // Every record was created through Link, so the creation order reaches
+    // them all without walking every bucket: a frame table is cleared on each
+    // RET, in time proportional to its own records.
+    for (Var* var : Created) {
+        if (!var) continue;  // already released by deleteVar
+        Buckets[var->KeyHash & BucketMask] = nullptr;
+        ReleaseRecord(var);
     }
+    Created.clear();
 }
 
 void CQZ_Vars::deleteVar(Var* var) {
@@ -153,8 +174,10 @@ void CQZ_Vars::deleteVar(Var* var) {
             }
         }
     }
+    ShapeId = 0;
     while (var) {
         Var* next = var->Next;
+        Created[var->Ordinal] = nullptr;
         ReleaseRecord(var);
         var = next;
     }

@@ -7,6 +7,7 @@
 #include "qz_tokens.h"
 
 #include <list>
+#include <vector>
 
 class QZ_ReferenceSlots;
 
@@ -19,10 +20,12 @@ struct Var {
     double VarParam1, VarParam2, VarParam3, VarParam4;
     bool Rewrited;
     Var* Next;
-    // Bookkeeping of this implementation: hash of the name's key, and the
-    // reference slot it holds while a MOVA address of it may be in use.
+    // Bookkeeping of this implementation: hash of the name's key, the
+    // reference slot it holds while a MOVA address of it may be in use, and
+    // its place in the order of creation within its table.
     uint32_t KeyHash;
     uint32_t ReferenceSlot;
+    uint32_t Ordinal;
 };
 
 class CQZ_Vars {
@@ -50,12 +53,29 @@ public:
     // Deletes the bucket chain that begins at `var`.
     void deleteVar(Var* var);
 
+    // Adds a copy of `prototype`, a record that lookup created in another
+    // table from the same arguments, as lookup would create it here. The
+    // caller knows that the name is not in this table yet.
+    Var* AddRecord(const Var& prototype);
+    // Records in the order they were created; Ordinal indexes it.
+    uint32_t RecordCount() const { return uint32_t(Created.size()); }
+    Var* Record(uint32_t ordinal) const { return Created[ordinal]; }
+
+    // A table's shape is a promise that it holds the same names, created in
+    // the same order, as every other table of the same nonzero shape, so a
+    // name found once in one of them is found again by its ordinal. Creating
+    // a record or clearing the table voids the promise (shape 0).
+    uint32_t Shape() const { return ShapeId; }
+    void SetShape(uint32_t shape) { ShapeId = shape; }
+
     // Where this table reports records it releases (for MOVA references).
     void SetReferenceSlots(QZ_ReferenceSlots* slots) { Slots = slots; }
 
 private:
     Var* NewRecord();
     void ReleaseRecord(Var* var);
+    // Links a filled record into its bucket and its kind's list.
+    void Link(Var* var);
     std::list<Var>& KindList(char kind) { return Lists[static_cast<uint8_t>(kind) - ttV]; }
 
     Var* FrameBuckets[kFrameBuckets] = {};
@@ -70,6 +90,8 @@ private:
     Var* FreeRecords = nullptr;
     std::list<Var> FreeListNodes;
     QZ_ReferenceSlots* Slots = nullptr;
+    std::vector<Var*> Created;
+    uint32_t ShapeId = 0;
 };
 
 // The key a name is found by: upper-cased by Unicode rules when it is valid
