@@ -76,6 +76,11 @@ public:
     // same results, host calls and machine state; the plain one is the
     // reference the decoded one is checked against.
     bool PlainPath = false;
+    // For tests and diagnostics: what the decoded path remembers, and
+    // whether the scanner's fields show the last token read (always, except
+    // inside a body the decoded path is running).
+    const QZ_DecodedProgram& DecodedForm() const { return Decoded; }
+    bool ScannerFieldsCurrent() const { return Pending == 0; }
 
 protected:
     // True when the four virtual operations above are this class's own, so
