@@ -80,14 +80,19 @@ struct QZ_DecodedInstruction {
     uint8_t Code = 0;  // the instruction's token code
     uint8_t Form = dfPlain;
     uint32_t Keyword = 0;  // index of the keyword's token
+    int32_t Start = 0;     // where the keyword begins (TokenStart)
     uint32_t Last = 0;     // index of the last operand's token
     int32_t Next = -1;     // where the next token begins after it
+    // The instruction that follows (1 + its index; 0 until a cycle has gone
+    // that way): after the operands, and after a taken jump or the BODY of a
+    // called subprogram. Only labels stand between.
+    uint32_t Successor = 0;
+    uint32_t TargetSuccessor = 0;
     QZ_DecodedOperand Source;
     QZ_DecodedOperand Target;
     // Jumps and calls: what stands at the label, once it is found.
     enum : uint8_t { tgUnresolved, tgResolved, tgPlain } TargetState = tgUnresolved;
     uint32_t TargetToken = 0;  // jumps: the label token at the label's position
-    int32_t TargetNext = -1;   // jumps: where reading goes on behind it
     uint32_t Frame = 0;        // calls: index of the frame template
     QZBuiltinFunction Function = nullptr;  // EXEC
 };

@@ -152,6 +152,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::DecodeInstruction(uint32_t keyword) {
     QZ_DecodedInstruction in;
     in.Keyword = keyword;
     in.Code = Decoded.Tokens[keyword - 1].Code;
+    in.Start = Decoded.Tokens[keyword - 1].Start;
     const int32_t first = Decoded.Tokens[keyword - 1].Next();
     const uint8_t code = in.Code;
 
@@ -224,7 +225,6 @@ void CQZ_STInterpretator_Execute::ResolveTarget(uint32_t instruction) {
         return;
     }
     jump.TargetToken = token;
-    jump.TargetNext = Decoded.Tokens[token - 1].Next();
     jump.TargetState = QZ_DecodedInstruction::tgResolved;
 }
 

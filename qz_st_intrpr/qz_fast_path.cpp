@@ -38,7 +38,7 @@ void CQZ_STInterpretator_Execute::ShowToken(const QZ_DecodedToken& token) {
 }
 
 int32_t CQZ_STInterpretator_Execute::NextPosition() const {
-    if (Pending) return PendingNext;
+    if (Pending) return Decoded.Tokens[Pending - 1].Next();
     // The fields are the scanner's: the next token starts at the current
     // character, provided that it is the text's character there.
     if (CurChar == 0 || TextPos < 1 || TextPos > TextLen || Text[size_t(TextPos - 1)] != CurChar) return -1;
@@ -46,34 +46,44 @@ int32_t CQZ_STInterpretator_Execute::NextPosition() const {
 }
 
 void CQZ_STInterpretator_Execute::Step(uint32_t token) {
-    const QZ_DecodedToken& t = Decoded.Tokens[token - 1];
     // A final RET cut off by the end keeps the TokenEnd of the token before it.
-    if (!t.EndWritten) Materialize();
+    if (!Decoded.Tokens[token - 1].EndWritten) Materialize();
     Pending = token;
-    PendingNext = t.Next();
 }
 
-Var* CQZ_STInterpretator_Execute::ResolveVariable(QZ_DecodedOperand& operand) {
-    CQZ_Vars& table = CurrentVars();
+// The variable a name designates in `table`: found again by ordinal when the
+// table has the shape it was found in before, else looked up by name.
+inline Var* CQZ_STInterpretator_Execute::ResolveVariable(QZ_DecodedOperand& operand, CQZ_Vars& table) {
     const uint32_t shape = table.Shape();
     if (shape != 0 && operand.Shape == shape) return table.Record(operand.Ordinal);
+    return FindVariable(operand, table);
+}
+
+Var* CQZ_STInterpretator_Execute::FindVariable(QZ_DecodedOperand& operand, CQZ_Vars& table) {
     Var* var = table.lookup(Decoded.TextAt(operand.NameOffset), 0, 0, 0.0, 0, false);
-    if (var && shape != 0) {
-        operand.Shape = shape;
+    if (var && table.Shape() != 0) {
+        operand.Shape = table.Shape();
         operand.Ordinal = var->Ordinal;
     }
     return var;
 }
 
-Qz::uint32_t CQZ_STInterpretator_Execute::ReadDecodedSource(QZ_DecodedOperand& operand, QZ_Operand& out) {
+inline Qz::uint32_t CQZ_STInterpretator_Execute::ReadDecodedSource(QZ_DecodedOperand& operand, CQZ_Vars& table,
+                                                                   QZ_Operand& out) {
     switch (operand.Kind) {
     case ttVAR: {
-        const Var* var = ResolveVariable(operand);
+        const Var* var = ResolveVariable(operand, table);
         if (!var) return Qz::rcVarNotFound;
         return ReadVariable(*var, out);
     }
+    case ttNUMBER:
+        DigitValue = operand.Number;
+        DigitType = operand.NumberType;
+        out.Value = operand.Number;
+        out.Type = char(operand.NumberType);
+        return Qz::rcOK;
     case ttREF: {
-        const Var* var = ResolveVariable(operand);
+        const Var* var = ResolveVariable(operand, table);
         if (!var) return Qz::rcVarNotFound;
         return ReadReference(*var, out);
     }
@@ -82,12 +92,6 @@ Qz::uint32_t CQZ_STInterpretator_Execute::ReadDecodedSource(QZ_DecodedOperand& o
         out.Type = Stack.back().ValueType;
         out.Value = Stack.back().Value;
         Stack.pop_back();
-        return Qz::rcOK;
-    case ttNUMBER:
-        DigitValue = operand.Number;
-        DigitType = operand.NumberType;
-        out.Value = operand.Number;
-        out.Type = char(operand.NumberType);
         return Qz::rcOK;
     case ttTICK:
         // The clock is the host's: it sees the fields as the plain path leaves them.
@@ -112,9 +116,18 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunBodyDecoded(bool callBase, bool& re
     return r;
 }
 
-// RunBodyPlain step by step, with the tokens replayed where they are decoded.
+namespace {
+// Which successor slot the next statement found is to be remembered in:
+// (1 + instruction index) * 2, plus 1 for the target successor; 0 for none.
+inline uint32_t FallThrough(uint32_t instruction) { return instruction * 2; }
+inline uint32_t Taken(uint32_t instruction) { return instruction * 2 + 1; }
+}  // namespace
+
+// RunBodyPlain step by step, with the tokens replayed where they are decoded
+// and runs of decoded instructions followed from one to the next.
 Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedBody(bool callBase, bool& reachedEnd) {
     size_t depth = 0;
+    uint32_t link = 0;
     reachedEnd = false;
     for (;;) {
         if ((Pending ? Decoded.Tokens[Pending - 1].Code : TokenCode) == ttEND) {
@@ -124,6 +137,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedBody(bool callBase, bool& re
         const bool inCall = callBase || depth > 0;
         uint32_t token;  // 1 + the decoded token of the statement, 0 when it was scanned
         uint8_t code;
+        bool onlyLabels = true;  // between the last instruction and this statement
         do {
             const int32_t pos = NextPosition();
             token = pos >= 0 ? DecodedTokenAt(pos) : 0;
@@ -134,11 +148,13 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedBody(bool callBase, bool& re
                 Materialize();
                 if (Qz::uint32_t r = Scan(TokenText)) return r;
                 code = TokenCode;
+                onlyLabels = false;
             }
             if (code == ttEND) {
                 reachedEnd = true;
                 return Qz::rcOK;
             }
+            if (code == ttBODY) onlyLabels = false;
         } while (code == ttLABEL || (inCall && code == ttBODY));
 
         if (code == ttRET) {
@@ -147,135 +163,201 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedBody(bool callBase, bool& re
             if (Qz::uint32_t r = ReturnFromCall()) return r;
             if (depth == 0) return Qz::rcOK;  // the call that started this loop returned
             --depth;
+            link = 0;
             continue;
         }
         if (!IsInstructionCode(code)) return Qz::rcNotInstruction;
-        if (InstructionBudget && InstructionsRun >= InstructionBudget) return Qz::rcBudgetExhausted;
-        ++InstructionsRun;
 
-        const int32_t start = token ? Decoded.Tokens[token - 1].Start : TokenStart;
-        if (TraceHook) JumpOperandEnd = -1;
-        Qz::uint32_t r;
-        if (token) {
-            uint32_t instruction = Decoded.Tokens[token - 1].Instruction;
-            if (!instruction) instruction = DecodeInstruction(token);
-            r = RunDecoded(instruction, depth);
-        } else if (code == ttCAL) {
-            r = EnterCall();
-            if (r == Qz::rcOK) ++depth;
-        } else {
-            r = DoCommand();
+        if (!token) {  // scanned plainly: run it plainly
+            link = 0;
+            if (InstructionBudget && InstructionsRun >= InstructionBudget) return Qz::rcBudgetExhausted;
+            ++InstructionsRun;
+            const int32_t start = TokenStart;
+            if (TraceHook) JumpOperandEnd = -1;
+            Qz::uint32_t r;
+            if (code == ttCAL) {
+                r = EnterCall();
+                if (r == Qz::rcOK) ++depth;
+            } else {
+                r = DoCommand();
+            }
+            if (TraceHook) {
+                Materialize();
+                TraceInstruction(start, r);
+            }
+            if (r != Qz::rcOK) return r;
+            continue;
         }
-        if (TraceHook) {
-            Materialize();
-            TraceInstruction(start, r);
+
+        uint32_t instruction = Decoded.Tokens[token - 1].Instruction;
+        if (!instruction) instruction = DecodeInstruction(token);
+        if (link && onlyLabels) {
+            QZ_DecodedInstruction& from = Decoded.Instructions[link / 2 - 1];
+            (link & 1 ? from.TargetSuccessor : from.Successor) = instruction;
         }
-        if (r != Qz::rcOK) return r;
+        if (Qz::uint32_t r = RunChain(instruction, depth, link)) return r;
     }
 }
 
-// One decoded instruction; `Pending` is its keyword on entry.
-Qz::uint32_t CQZ_STInterpretator_Execute::RunDecoded(uint32_t instruction, size_t& depth) {
-    QZ_DecodedInstruction& in = Decoded.Instructions[instruction - 1];
-    const uint8_t form = in.Form;
-    if (form == dfPlain) {
-        Materialize();
-        if (in.Code != ttCAL) return DoCommand();
-        const Qz::uint32_t r = EnterCall();
-        if (r == Qz::rcOK) ++depth;
-        return r;
-    }
-    if (form == dfCall) return RunDecodedCall(instruction, depth);
-    if (form == dfJump) {
-        const bool stay = (in.Code == ttJMPF && TestFlag) || (in.Code == ttJMPT && !TestFlag);
-        Pending = in.Last;
-        PendingNext = in.Next;
-        if (stay) return Qz::rcOK;
-        if (in.TargetState == QZ_DecodedInstruction::tgUnresolved) ResolveTarget(instruction);
-        const QZ_DecodedInstruction& jump = Decoded.Instructions[instruction - 1];
-        if (jump.TargetState == QZ_DecodedInstruction::tgUnresolved) return Qz::rcLabelNotFound;
-        if (jump.TargetState == QZ_DecodedInstruction::tgPlain) {
-            Pending = jump.Keyword;
+// Runs `instruction` and those that follow it as long as each one's
+// successor is known. Returns when a statement has to be found by reading
+// tokens, with `link` naming the slot to remember it in (0: none).
+Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, size_t& depth, uint32_t& link) {
+    CQZ_Vars* table = &CurrentVars();
+    for (;;) {
+        QZ_DecodedInstruction& in = Decoded.Instructions[instruction - 1];
+        if (InstructionBudget && InstructionsRun >= InstructionBudget) {
+            Pending = in.Keyword;
+            return Qz::rcBudgetExhausted;
+        }
+        ++InstructionsRun;
+        if (TraceHook) JumpOperandEnd = -1;
+
+        Qz::uint32_t r = Qz::rcOK;
+        uint32_t next;  // 0, or the successor slot's contents
+        link = FallThrough(instruction);
+        const uint8_t form = in.Form;
+        if (form <= dfShift && form != dfPlain) {
+            QZ_Operand s;
+            r = ReadDecodedSource(in.Source, *table, s);
+            if (r == Qz::rcOK && form == dfBoolean && s.Type != char(ttBOOL)) r = Qz::rcBoolOperand;
+            if (r != Qz::rcOK) {  // failed before the second operand was read
+                Pending = in.Source.Token;
+            } else {
+                Pending = in.Last;
+                if (form == dfMove) {
+                    switch (in.Target.Kind) {
+                    case ttVAR: {
+                        Var* var = ResolveVariable(in.Target, *table);
+                        r = var ? StoreVariable(*var, s.Value) : Qz::rcVarNotFound;
+                        break;
+                    }
+                    case ttREF: {
+                        const Var* var = ResolveVariable(in.Target, *table);
+                        r = var ? StoreReference(*var, s.Value) : Qz::rcVarNotFound;
+                        break;
+                    }
+                    case ttNIL:  // discards
+                        break;
+                    case ttPUSH:
+                        Stack.push_back(QZ_StackValue{s.Value, s.Type});
+                        break;
+                    case ttTICK:  // presets the free-running counter
+                        Materialize();
+                        TickLast = ClockMilliseconds();
+                        r = ConvertDim(s.Value, TickValue, char(ttUDINT));
+                        break;
+                    default: {  // A0, R0, R1
+                        QZ_Register& reg = Register(in.Target.Register);
+                        reg.Value = s.Value;
+                        reg.ValueType = s.Type;
+                        break;
+                    }
+                    }
+                } else {
+                    QZ_Register& reg = Register(in.Target.Register);
+                    const QZ_Operand d{reg.Value, reg.ValueType};
+                    QZ_Operand out;
+                    switch (form) {
+                    case dfArithmetic: r = qz::Arithmetic(in.Code, s, d, out); break;
+                    case dfCompare: r = qz::Compare(in.Code, s, d, out); break;
+                    case dfPower: r = qz::Power(s, d, out); break;
+                    case dfBoolean: r = qz::Boolean(in.Code, s, d, out); break;
+                    case dfBits: r = qz::Bits(in.Code, s, d, out); break;
+                    default: r = qz::Shift(in.Code, s, d, out); break;  // dfShift
+                    }
+                    if (r == Qz::rcOK) {
+                        reg.Value = out.Value;
+                        reg.ValueType = out.Type;
+                    }
+                }
+            }
+            next = in.Successor;
+        } else {
+            switch (form) {
+            case dfTest: {
+                Pending = in.Last;
+                TestFlag = (Register(in.Target.Register).Value == 0.0) ? 0 : 1;  // NaN tests true
+                next = in.Successor;
+                break;
+            }
+            case dfNot: case dfBitNot: case dfNegate: {
+                Pending = in.Last;
+                QZ_Register& reg = Register(in.Target.Register);
+                const QZ_Operand d{reg.Value, reg.ValueType};
+                QZ_Operand out;
+                r = form == dfNot ? qz::Not(d, out) : form == dfBitNot ? qz::BitNot(d, out) : qz::Negate(d, out);
+                if (r == Qz::rcOK) {
+                    reg.Value = out.Value;
+                    reg.ValueType = out.Type;
+                }
+                next = in.Successor;
+                break;
+            }
+            case dfJump: {
+                Pending = in.Last;
+                const bool stay = (in.Code == ttJMPF && TestFlag) || (in.Code == ttJMPT && !TestFlag);
+                if (stay) {
+                    next = in.Successor;
+                    break;
+                }
+                if (in.TargetState == QZ_DecodedInstruction::tgUnresolved) ResolveTarget(instruction);
+                const QZ_DecodedInstruction& jump = Decoded.Instructions[instruction - 1];
+                if (jump.TargetState == QZ_DecodedInstruction::tgResolved) {
+                    JumpOperandEnd = Decoded.Tokens[jump.Last - 1].End;
+                    Pending = jump.TargetToken;
+                    link = Taken(instruction);
+                    next = jump.TargetSuccessor;
+                } else if (jump.TargetState == QZ_DecodedInstruction::tgPlain) {
+                    Pending = jump.Keyword;  // runs plainly from its keyword: nothing has happened yet
+                    Materialize();
+                    r = DoCommand();
+                    link = 0;
+                    next = 0;
+                } else {
+                    r = Qz::rcLabelNotFound;  // not registered (yet)
+                    next = 0;
+                }
+                break;
+            }
+            case dfExec:
+                Pending = in.Last;
+                r = in.Function(this);
+                next = in.Successor;
+                break;
+            case dfCall:
+                r = RunDecodedCall(instruction, depth);
+                table = &CurrentVars();
+                link = r == Qz::rcOK && Decoded.Instructions[instruction - 1].TargetState ==
+                                            QZ_DecodedInstruction::tgResolved
+                           ? Taken(instruction)
+                           : 0;
+                next = link ? Decoded.Instructions[instruction - 1].TargetSuccessor : 0;
+                break;
+            default:  // dfPlain, from its keyword
+                Pending = in.Keyword;
+                Materialize();
+                if (in.Code == ttCAL) {
+                    r = EnterCall();
+                    if (r == Qz::rcOK) ++depth;
+                } else {
+                    r = DoCommand();
+                }
+                table = &CurrentVars();
+                link = 0;
+                next = 0;
+                break;
+            }
+        }
+
+        if (TraceHook) {
             Materialize();
-            return DoCommand();
+            TraceInstruction(Decoded.Instructions[instruction - 1].Start, r);
         }
-        JumpOperandEnd = Decoded.Tokens[jump.Last - 1].End;
-        Pending = jump.TargetToken;
-        PendingNext = jump.TargetNext;
-        return Qz::rcOK;
+        if (r != Qz::rcOK) return r;
+        if (!next) return Qz::rcOK;
+        instruction = next;
     }
-    if (form == dfExec) {
-        Pending = in.Last;
-        PendingNext = in.Next;
-        return in.Function(this);
-    }
-
-    // The rest read a source (two-operand forms) and a register.
-    QZ_Operand s, out;
-    if (form <= dfShift) {
-        if (Qz::uint32_t r = ReadDecodedSource(in.Source, s)) {
-            Pending = in.Source.Token;
-            return r;
-        }
-        if (form == dfBoolean && s.Type != char(ttBOOL)) {  // before the register is read
-            Pending = in.Source.Token;
-            return Qz::rcBoolOperand;
-        }
-    }
-    Pending = in.Last;
-    PendingNext = in.Next;
-
-    if (form == dfMove) {
-        switch (in.Target.Kind) {
-        case ttVAR: {
-            Var* var = ResolveVariable(in.Target);
-            return var ? StoreVariable(*var, s.Value) : Qz::rcVarNotFound;
-        }
-        case ttREF: {
-            const Var* var = ResolveVariable(in.Target);
-            return var ? StoreReference(*var, s.Value) : Qz::rcVarNotFound;
-        }
-        case ttNIL:
-            return Qz::rcOK;  // discards
-        case ttPUSH:
-            Stack.push_back(QZ_StackValue{s.Value, s.Type});
-            return Qz::rcOK;
-        case ttTICK:  // presets the free-running counter
-            Materialize();
-            TickLast = ClockMilliseconds();
-            return ConvertDim(s.Value, TickValue, char(ttUDINT));
-        default: {  // A0, R0, R1
-            QZ_Register& reg = Register(in.Target.Register);
-            reg.Value = s.Value;
-            reg.ValueType = s.Type;
-            return Qz::rcOK;
-        }
-        }
-    }
-
-    QZ_Register& reg = Register(in.Target.Register);
-    const QZ_Operand d{reg.Value, reg.ValueType};
-    const uint8_t code = in.Code;
-    Qz::uint32_t r;
-    switch (form) {
-    case dfArithmetic: r = qz::Arithmetic(code, s, d, out); break;
-    case dfCompare: r = qz::Compare(code, s, d, out); break;
-    case dfPower: r = qz::Power(s, d, out); break;
-    case dfBoolean: r = qz::Boolean(code, s, d, out); break;
-    case dfBits: r = qz::Bits(code, s, d, out); break;
-    case dfShift: r = qz::Shift(code, s, d, out); break;
-    case dfTest:
-        TestFlag = (d.Value == 0.0) ? 0 : 1;  // NaN tests true
-        return Qz::rcOK;
-    case dfNot: r = qz::Not(d, out); break;
-    case dfBitNot: r = qz::BitNot(d, out); break;
-    default: r = qz::Negate(d, out); break;  // dfNegate
-    }
-    if (r == Qz::rcOK) {
-        reg.Value = out.Value;
-        reg.ValueType = out.Type;
-    }
-    return r;
 }
 
 // CAL: what EnterCall does, with the frame built from the template of the
@@ -289,7 +371,8 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedCall(uint32_t instruction, s
         return Qz::rcLabelNotFound;
     }
     if (in.TargetState == QZ_DecodedInstruction::tgPlain) {
-        Materialize();  // the keyword
+        Pending = in.Keyword;
+        Materialize();
         const Qz::uint32_t r = EnterCall();
         if (r == Qz::rcOK) ++depth;
         return r;
@@ -308,7 +391,6 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedCall(uint32_t instruction, s
         DigitType = frame.NumberType;
     }
     Pending = frame.BodyToken;
-    PendingNext = Decoded.Tokens[frame.BodyToken - 1].Next();
     ++depth;
     return Qz::rcOK;
 }

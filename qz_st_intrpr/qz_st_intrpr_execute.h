@@ -129,7 +129,6 @@ protected:
     int32_t NextPosition() const;
     QZ_DecodedProgram Decoded;
     uint32_t Pending = 0;
-    int32_t PendingNext = -1;
     bool SuppressLabelRegistration = false;  // Scan without side effects, for decoding
 
 private:
@@ -192,10 +191,11 @@ private:
     void ResolveTarget(uint32_t instruction);
     uint32_t DecodeFrame(int32_t labelStart);
     Qz::uint32_t RunDecodedBody(bool callBase, bool& reachedEnd);
-    Qz::uint32_t RunDecoded(uint32_t instruction, size_t& depth);
+    Qz::uint32_t RunChain(uint32_t instruction, size_t& depth, uint32_t& link);
     Qz::uint32_t RunDecodedCall(uint32_t instruction, size_t& depth);
-    Qz::uint32_t ReadDecodedSource(QZ_DecodedOperand& operand, QZ_Operand& out);
-    Var* ResolveVariable(QZ_DecodedOperand& operand);
+    Qz::uint32_t ReadDecodedSource(QZ_DecodedOperand& operand, CQZ_Vars& table, QZ_Operand& out);
+    Var* ResolveVariable(QZ_DecodedOperand& operand, CQZ_Vars& table);
+    Var* FindVariable(QZ_DecodedOperand& operand, CQZ_Vars& table);
     QZ_Register& Register(uint8_t index) { return this->*kRegisters[index]; }
     static QZ_Register CQZ_STInterpretator_Execute::* const kRegisters[3];
 

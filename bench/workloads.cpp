@@ -1,0 +1,372 @@
+// The four workloads: a realistic scan, a counting loop, subprogram calls and
+// built-in functions, each as an interpreter program, as Lua and as C++.
+#include "workloads.h"
+
+#include <cmath>
+
+namespace qzbench {
+
+uint32_t gSimulatedNow = 1000;
+
+namespace {
+
+// ---- scan: a control program of about 100 instructions a cycle ----
+
+const char* const kScanProgram =
+    "PROG SCAN VAR "
+    "DI0 VI BOOL 0 DI1 VI BOOL 0 DI2 VI BOOL 0 DI3 VI BOOL 0 DI4 VI BOOL 0 DI5 VI BOOL 0 DI6 VI BOOL 0 "
+    "DI7 VI BOOL 0 AI0 VI INT 0 AI1 VI INT 0 AI2 VI INT 0 AI3 VI INT 0 "
+    "M0 VI LREAL 0 M1 VI LREAL 0 M2 VI LREAL 0 M3 VI LREAL 0 "
+    "DO0 VO BOOL 0 DO1 VO BOOL 0 DO2 VO BOOL 0 DO3 VO BOOL 0 DO4 VO BOOL 0 DO5 VO BOOL 0 DO6 VO BOOL 0 "
+    "DO7 VO BOOL 0 Q0 VO DINT 0 Q1 VO DINT 0 Q2 VO DINT 0 Q3 VO DINT 0 "
+    "Y0 VO LREAL 0 Y1 VO LREAL 0 Y2 VO LREAL 0 Y3 VO LREAL 0 "
+    "L0 VG BOOL 0 L1 VG BOOL 0 T1RUN VG BOOL 0 T1START VG UDINT 0 T2RUN VG BOOL 0 T2START VG UDINT 0 "
+    "CNT VG DINT 0 DI6P VG BOOL 0 NOW V UDINT 0 "
+    "MAIN "
+    // Two set/reset latches.
+    "MOV @DI0 R0 TST R0 JMPF A1 MOV 1 @L0 "
+    "A1: MOV @DI1 R0 TST R0 JMPF A2 MOV 0 @L0 "
+    "A2: MOV @L0 @DO0 "
+    "MOV @DI2 R0 TST R0 JMPF A3 MOV 1 @L1 "
+    "A3: MOV @DI3 R0 TST R0 JMPF A4 MOV 0 @L1 "
+    "A4: MOV @L1 @DO1 "
+    // Comparisons.
+    "MOV @AI0 R0 LT 1000 R0 MOV R0 @DO2 "
+    "MOV @AI2 R0 LE @AI1 R0 MOV R0 @DO3 "
+    // Two on-delay timers on TICK.
+    "MOV TICK R0 MOV R0 @NOW "
+    "MOV @DI4 R0 TST R0 JMPF B1 "
+    "MOV @T1RUN R0 TST R0 JMPT B0 MOV @NOW @T1START MOV 1 @T1RUN "
+    "B0: MOV @T1START R0 SUB @NOW R0 LE 500 R0 MOV R0 @DO4 JMP B2 "
+    "B1: MOV 0 @T1RUN MOV 0 @DO4 "
+    "B2: MOV @DI5 R0 TST R0 JMPF B4 "
+    "MOV @T2RUN R0 TST R0 JMPT B3 MOV @NOW @T2START MOV 1 @T2RUN "
+    "B3: MOV @T2START R0 SUB @NOW R0 LE 1200 R0 MOV R0 @DO5 JMP B5 "
+    "B4: MOV 0 @T2RUN MOV 0 @DO5 "
+    // A counter of rising edges.
+    "B5: MOV @DI6 R0 TST R0 JMPF C1 MOV @DI6P R1 TST R1 JMPT C1 MOV @CNT R0 ADD 1 R0 MOV R0 @CNT "
+    "C1: MOV @DI6 @DI6P MOV @CNT @Q0 "
+    "MOV @L0 R0 XOR @DI7 R0 MOV R0 @DO6 "
+    // Integer arithmetic.
+    "MOV @AI0 R0 MUL 3 R0 ADD @AI1 R0 MOV 4 R1 DIV R0 R1 MOV 7 R0 MOD @AI2 R0 SUB R1 R0 MOV R0 @Q1 "
+    "MOV @AI3 R0 MUL @AI3 R0 MUL 17 R0 ADD @CNT R0 MOV R0 @Q2 "
+    "MOV @DO1 R0 MUL 2 R0 ADD @DO0 R0 MOV @DO4 R1 MUL 4 R1 ADD R1 R0 MOV @DO5 R1 MUL 8 R1 ADD R1 R0 "
+    "MOV 4 R1 SHL @CNT R1 BAND 16#FF0 R1 BOR R1 R0 MOV R0 @Q3 "
+    // Floating-point arithmetic, two built-ins and a subprogram.
+    "MOV @M0 R0 MUL 1.8 R0 ADD 32.0 R0 MOV R0 @Y0 "
+    "MOV @M2 R0 SUB @M1 R0 MOV 2.5 R1 DIV R0 R1 MOV R1 @Y1 "
+    "MOV @M3 R0 MUL @M3 R0 MOV @M0 R1 MUL @M0 R1 ADD R1 R0 MOV R0 PUSH EXEC SQRT MOV A0 @Y2 "
+    "MOV @M1 PUSH EXEC SIN MOV @AI3 PUSH CAL SCALE ADD A0 R0 MOV R0 @Y3 "
+    "MOV @Y0 R0 LT 100.0 R0 MOV R0 @DO7 "
+    "RET "
+    "SCALE: RAW V LREAL 0 LO V LREAL -50.0 HI V LREAL 150.0 BODY "
+    "MOV POP @RAW MOV @LO R0 SUB @HI R0 MUL @RAW R0 MOV 32767.0 R1 DIV R0 R1 ADD @LO R1 MOV R1 R0 "
+    // The text's last RET is its end, not the subprogram's return: close with one more.
+    "RET RET";
+
+const char* const kScanLua = R"(
+local get, set, tick, sin, sqrt, fmod = get, set, tick, math.sin, math.sqrt, math.fmod
+local L0, L1, T1RUN, T1START, T2RUN, T2START, CNT, DI6P = 0, 0, 0, 0, 0, 0, 0, 0
+local DO0, DO1, DO4, DO5 = 0, 0, 0, 0
+
+local function scale(raw)
+  local lo, hi = -50.0, 150.0
+  return lo + raw * (hi - lo) / 32767.0
+end
+
+function cycle()
+  local di0, di1, di2, di3 = get("DI0"), get("DI1"), get("DI2"), get("DI3")
+  local di4, di5, di6, di7 = get("DI4"), get("DI5"), get("DI6"), get("DI7")
+  local ai0, ai1, ai2, ai3 = get("AI0"), get("AI1"), get("AI2"), get("AI3")
+  local m0, m1, m2, m3 = get("M0"), get("M1"), get("M2"), get("M3")
+
+  if di0 ~= 0 then L0 = 1 end
+  if di1 ~= 0 then L0 = 0 end
+  DO0 = L0
+  if di2 ~= 0 then L1 = 1 end
+  if di3 ~= 0 then L1 = 0 end
+  DO1 = L1
+  local DO2 = (1000 < ai0) and 1 or 0
+  local DO3 = (ai1 <= ai2) and 1 or 0
+
+  local now = tick()
+  if di4 ~= 0 then
+    if T1RUN == 0 then T1START = now; T1RUN = 1 end
+    DO4 = (500 <= ((now - T1START + 0x80000000) & 0xFFFFFFFF) - 0x80000000) and 1 or 0
+  else
+    T1RUN = 0; DO4 = 0
+  end
+  if di5 ~= 0 then
+    if T2RUN == 0 then T2START = now; T2RUN = 1 end
+    DO5 = (1200 <= ((now - T2START + 0x80000000) & 0xFFFFFFFF) - 0x80000000) and 1 or 0
+  else
+    T2RUN = 0; DO5 = 0
+  end
+
+  if di6 ~= 0 and DI6P == 0 then CNT = ((1 + CNT + 0x80000000) & 0xFFFFFFFF) - 0x80000000 end
+  DI6P = di6
+  local Q0 = CNT
+  local DO6 = ((di7 ~= 0) ~= (L0 ~= 0)) and 1 or 0
+
+  local t = ((ai1 + (((3 * ai0 + 0x80000000) & 0xFFFFFFFF) - 0x80000000) + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  local q = t >= 0 and t // 4 or -((-t) // 4)
+  local Q1 = ((q - fmod(ai2, 7) + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  local sq = ((ai3 * ai3 + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  sq = ((17 * sq + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  local Q2 = ((CNT + sq + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  local Q3 = ((CNT << 4) & 0xFF0) | (DO0 + 2 * DO1 + 4 * DO4 + 8 * DO5)
+
+  local Y0 = 32.0 + 1.8 * m0
+  local Y1 = (m1 - m2) / 2.5
+  local Y2 = sqrt(m0 * m0 + m3 * m3)
+  local Y3 = sin(m1) + scale(ai3)
+  local DO7 = (100.0 < Y0) and 1 or 0
+
+  set("DO0", DO0) set("DO1", DO1) set("DO2", DO2) set("DO3", DO3)
+  set("DO4", DO4) set("DO5", DO5) set("DO6", DO6) set("DO7", DO7)
+  set("Q0", Q0) set("Q1", Q1) set("Q2", Q2) set("Q3", Q3)
+  set("Y0", Y0) set("Y1", Y1) set("Y2", Y2) set("Y3", Y3)
+end
+)";
+
+class NativeScan : public NativeProgram {
+public:
+    void Cycle(const double* in, double* out) override {
+        const bool di0 = in[0] != 0, di1 = in[1] != 0, di2 = in[2] != 0, di3 = in[3] != 0;
+        const bool di4 = in[4] != 0, di5 = in[5] != 0, di6 = in[6] != 0, di7 = in[7] != 0;
+        const int32_t ai0 = int32_t(in[8]), ai1 = int32_t(in[9]), ai2 = int32_t(in[10]), ai3 = int32_t(in[11]);
+        const double m0 = in[12], m1 = in[13], m2 = in[14], m3 = in[15];
+
+        if (di0) L0 = 1;
+        if (di1) L0 = 0;
+        Do0 = L0;
+        if (di2) L1 = 1;
+        if (di3) L1 = 0;
+        Do1 = L1;
+        const int do2 = 1000 < ai0, do3 = ai1 <= ai2;
+
+        const int64_t now = int64_t(Tick.Read());
+        if (di4) {
+            if (!T1Run) T1Start = now, T1Run = true;
+            Do4 = 500 <= Wrap(now - T1Start);
+        } else {
+            T1Run = false, Do4 = 0;
+        }
+        if (di5) {
+            if (!T2Run) T2Start = now, T2Run = true;
+            Do5 = 1200 <= Wrap(now - T2Start);
+        } else {
+            T2Run = false, Do5 = 0;
+        }
+        if (di6 && !Di6p) Count = Wrap(int64_t(1) + Count);
+        Di6p = di6;
+        const int do6 = di7 != (L0 != 0);
+
+        const int32_t t = Wrap(int64_t(ai1) + Wrap(int64_t(3) * ai0));
+        const int32_t q1 = Wrap(int64_t(t / 4) - ai2 % 7);
+        const int32_t q2 = Wrap(int64_t(Count) + Wrap(int64_t(17) * Wrap(int64_t(ai3) * ai3)));
+        const int32_t q3 = int32_t((uint32_t(Count) << 4) & 0xFF0u) | (Do0 + 2 * Do1 + 4 * Do4 + 8 * Do5);
+
+        const double y0 = 32.0 + 1.8 * m0;
+        const double y1 = (m1 - m2) / 2.5;
+        const double y2 = std::sqrt(m0 * m0 + m3 * m3);
+        const double y3 = std::sin(m1) + Scale(ai3);
+        const int do7 = 100.0 < y0;
+
+        const double values[] = {double(Do0), double(Do1), double(do2), double(do3), double(Do4), double(Do5),
+                                 double(do6), double(do7), double(Count), double(q1),  double(q2),  double(q3),
+                                 y0,          y1,          y2,          y3};
+        for (int i = 0; i < 16; ++i) out[i] = values[i];
+    }
+
+private:
+    static double Scale(double raw) {
+        const double lo = -50.0, hi = 150.0;
+        return lo + raw * (hi - lo) / 32767.0;
+    }
+    int L0 = 0, L1 = 0, Do0 = 0, Do1 = 0, Do4 = 0, Do5 = 0;
+    bool T1Run = false, T2Run = false, Di6p = false;
+    int64_t T1Start = 0, T2Start = 0;
+    int32_t Count = 0;
+    TickCounter Tick;
+};
+
+void ScanInputs(uint64_t n, double* v) {
+    for (int k = 0; k < 4; ++k) v[k] = double(((n >> (k + 1)) + uint64_t(k)) & 1);
+    v[4] = double((n / 80) & 1);  // held long enough for the timers
+    v[5] = double((n / 200) & 1);
+    v[6] = double((n >> 2) & 1);
+    v[7] = double((n >> 3) & 1);
+    v[8] = double((n * 37) % 2000);
+    v[9] = double((n * 53) % 3000) - 1000.0;
+    v[10] = double((n * 71) % 2500) - 500.0;
+    v[11] = double((n * 13) % 32768);
+    v[12] = double(n % 100) * 1.25 - 20.0;
+    v[13] = 0.01 * double(n % 1000);
+    v[14] = 3.5 - 0.02 * double(n % 50);
+    v[15] = 2.0 + double(n % 7);
+}
+
+// ---- loop: one cycle of a 100,000-turn counting loop ----
+
+const char* const kLoopProgram =
+    "PROG LOOP VAR I V DINT 0 SUM V DINT 0 N VI DINT 0 RESULT VO DINT 0 MAIN "
+    "MOV 0 @SUM MOV 0 @I "
+    "L: MOV @SUM R0 ADD @I R0 MOV R0 @SUM MOV @I R1 ADD 1 R1 MOV R1 @I GT @N R1 TST R1 JMPT L "
+    "MOV @SUM @RESULT RET";
+
+const char* const kLoopLua = R"(
+local get, set = get, set
+function cycle()
+  local n = get("N")
+  local sum, i = 0, 0
+  repeat
+    sum = ((i + sum + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+    i = ((1 + i + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  until not (n > i)
+  set("RESULT", sum)
+end
+)";
+
+class NativeLoop : public NativeProgram {
+public:
+    void Cycle(const double* in, double* out) override {
+        const double n = in[0];
+        int32_t sum = 0, i = 0;
+        do {
+            sum = Wrap(int64_t(i) + sum);
+            i = Wrap(int64_t(1) + i);
+        } while (n > i);
+        out[0] = sum;
+    }
+};
+
+// ---- call: 1,000 calls of a subprogram with three locals ----
+
+const char* const kCallProgram =
+    "PROG CALLS VAR K V DINT 0 ACC V LREAL 0 N VI DINT 0 OUT VO LREAL 0 MAIN "
+    "L: MOV @K PUSH CAL F MOV R0 A0 ADD @ACC A0 MOV A0 @ACC "
+    "MOV @K R1 ADD 1 R1 MOV R1 @K GT @N R1 TST R1 JMPT L "
+    "MOV @ACC @OUT RET "
+    "F: X V DINT 0 Y V LREAL 0 Z V DINT 0 BODY "
+    "MOV POP @X MOV @X R0 MUL 3 R0 MOV R0 @Z MOV @X R0 MUL 0.5 R0 MOV R0 @Y MOV @Y R0 ADD @Z R0 "
+    "RET RET";
+
+const char* const kCallLua = R"(
+local get, set = get, set
+local function f(x)
+  local z = ((3 * x + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  local y = 0.5 * x
+  return z + y
+end
+function cycle()
+  local n = get("N")
+  local acc, k = 0.0, 0
+  repeat
+    acc = acc + f(k)
+    k = ((1 + k + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  until not (n > k)
+  set("OUT", acc)
+end
+)";
+
+class NativeCall : public NativeProgram {
+public:
+    void Cycle(const double* in, double* out) override {
+        const double n = in[0];
+        double acc = 0.0;
+        int32_t k = 0;
+        do {
+            acc = acc + F(k);
+            k = Wrap(int64_t(1) + k);
+        } while (n > k);
+        out[0] = acc;
+    }
+
+private:
+    static double F(int32_t x) {
+        const int32_t z = Wrap(int64_t(3) * x);
+        const double y = 0.5 * x;
+        return z + y;
+    }
+};
+
+// ---- builtin: SIN, SQRT and POW, 1,000 times each, through the stack ----
+
+const char* const kBuiltinProgram =
+    "PROG BUILTINS VAR K V DINT 0 X V LREAL 0 ACC V LREAL 0 N VI DINT 0 OUT VO LREAL 0 MAIN "
+    "L: MOV @K R0 MUL 0.001 R0 MOV R0 @X "
+    "MOV @X PUSH EXEC SIN MOV @ACC R0 ADD A0 R0 MOV R0 @ACC "
+    "MOV @X PUSH EXEC SQRT MOV @ACC R0 ADD A0 R0 MOV R0 @ACC "
+    "MOV @X PUSH MOV 1.5 PUSH EXEC POW MOV @ACC R0 ADD A0 R0 MOV R0 @ACC "
+    "MOV @K R1 ADD 1 R1 MOV R1 @K GT @N R1 TST R1 JMPT L "
+    "MOV @ACC @OUT RET";
+
+const char* const kBuiltinLua = R"(
+local get, set, sin, sqrt = get, set, math.sin, math.sqrt
+function cycle()
+  local n = get("N")
+  local acc, k = 0.0, 0
+  repeat
+    local x = 0.001 * k
+    acc = sin(x) + acc
+    acc = sqrt(x) + acc
+    acc = x ^ 1.5 + acc
+    k = ((1 + k + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  until not (n > k)
+  set("OUT", acc)
+end
+)";
+
+class NativeBuiltin : public NativeProgram {
+public:
+    void Cycle(const double* in, double* out) override {
+        const double n = in[0];
+        double acc = 0.0;
+        int32_t k = 0;
+        do {
+            const double x = 0.001 * k;
+            acc = std::sin(x) + acc;
+            acc = std::sqrt(x) + acc;
+            acc = std::pow(x, 1.5) + acc;
+            k = Wrap(int64_t(1) + k);
+        } while (n > k);
+        out[0] = acc;
+    }
+};
+
+template <typename T>
+std::unique_ptr<NativeProgram> Make() {
+    return std::unique_ptr<NativeProgram>(new T());
+}
+
+void LoopInputs(uint64_t, double* v) { v[0] = 100000; }
+void CallInputs(uint64_t, double* v) { v[0] = 1000; }
+
+}  // namespace
+
+const std::vector<Workload>& Workloads() {
+    static const std::vector<Workload> workloads = [] {
+        std::vector<Workload> w;
+        w.push_back(Workload{"scan", kScanProgram, kScanLua,
+                             {{"DI0", true}, {"DI1", true}, {"DI2", true}, {"DI3", true}, {"DI4", true},
+                              {"DI5", true}, {"DI6", true}, {"DI7", true}, {"AI0", true}, {"AI1", true},
+                              {"AI2", true}, {"AI3", true}, {"M0", false}, {"M1", false}, {"M2", false},
+                              {"M3", false}},
+                             {{"DO0", true}, {"DO1", true}, {"DO2", true}, {"DO3", true}, {"DO4", true},
+                              {"DO5", true}, {"DO6", true}, {"DO7", true}, {"Q0", true}, {"Q1", true},
+                              {"Q2", true}, {"Q3", true}, {"Y0", false}, {"Y1", false}, {"Y2", false},
+                              {"Y3", false}},
+                             ScanInputs, Make<NativeScan>});
+        w.push_back(Workload{"loop", kLoopProgram, kLoopLua, {{"N", true}}, {{"RESULT", true}}, LoopInputs,
+                             Make<NativeLoop>});
+        w.push_back(Workload{"call", kCallProgram, kCallLua, {{"N", true}}, {{"OUT", false}}, CallInputs,
+                             Make<NativeCall>});
+        w.push_back(Workload{"builtin", kBuiltinProgram, kBuiltinLua, {{"N", true}}, {{"OUT", false}}, CallInputs,
+                             Make<NativeBuiltin>});
+        return w;
+    }();
+    return workloads;
+}
+
+}  // namespace qzbench
