@@ -8,6 +8,7 @@
 // runs a few hundred cycles all three ways and the outputs are compared bit
 // for bit: the three ways compute the same thing.
 #include "alloc_count.h"
+#include "table_reporter.h"
 #include "workloads.h"
 
 #include "qz_st_interpretator.h"
@@ -224,7 +225,7 @@ void BenchCycle(benchmark::State& state, const Workload* w) {
     }
     // Steady state: every input pattern once, so whatever a path builds the
     // first time it is taken has been built.
-    for (uint64_t warm = 0; warm < kInputPatterns; ++warm) {
+    for (uint64_t warm = 0; warm < w->Period + 2; ++warm) {
         gSimulatedNow += kCycleMilliseconds;
         runner.Cycle(inputs.For(n++));
     }
@@ -269,7 +270,7 @@ void BenchLoad(benchmark::State& state) {
 
 void BenchLoadAndFirstCycle(benchmark::State& state) {
     const std::string text = LargeProgram(size_t(state.range(0)));
-    Workload none{"large", "", "", {}, {{"OUT", true}}, nullptr, nullptr};
+    Workload none{"large", "", "", {}, {{"OUT", true}}, nullptr, 1, nullptr};
     QzHost host(none);
     for (auto _ : state) {
         qz_st_interpretator::IQZSTInterpretator* object = Create();
@@ -284,6 +285,16 @@ void BenchLoadAndFirstCycle(benchmark::State& state) {
 
 int main(int argc, char** argv) {
     using namespace qzbench;
+    // --qz_quiet: print only the summary table.
+    bool quiet = false;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--qz_quiet") == 0) {
+            quiet = true;
+            for (int j = i; j + 1 < argc; ++j) argv[j] = argv[j + 1];
+            --argc;
+            --i;
+        }
+    }
     benchmark::Initialize(&argc, argv);
     for (const Workload& w : Workloads()) {
         const double instructions = CheckAgreement(w, 400);
@@ -299,7 +310,8 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark("load_and_first_cycle", BenchLoadAndFirstCycle)
         ->Arg(1 << 20)
         ->Unit(benchmark::kMillisecond);
-    benchmark::RunSpecifiedBenchmarks();
+    TableReporter reporter(quiet);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;
 }

@@ -357,12 +357,12 @@ const std::vector<Workload>& Workloads() {
                               {"DO5", true}, {"DO6", true}, {"DO7", true}, {"Q0", true}, {"Q1", true},
                               {"Q2", true}, {"Q3", true}, {"Y0", false}, {"Y1", false}, {"Y2", false},
                               {"Y3", false}},
-                             ScanInputs, Make<NativeScan>});
-        w.push_back(Workload{"loop", kLoopProgram, kLoopLua, {{"N", true}}, {{"RESULT", true}}, LoopInputs,
+                             ScanInputs, 1024, Make<NativeScan>});
+        w.push_back(Workload{"loop", kLoopProgram, kLoopLua, {{"N", true}}, {{"RESULT", true}}, LoopInputs, 1,
                              Make<NativeLoop>});
-        w.push_back(Workload{"call", kCallProgram, kCallLua, {{"N", true}}, {{"OUT", false}}, CallInputs,
+        w.push_back(Workload{"call", kCallProgram, kCallLua, {{"N", true}}, {{"OUT", false}}, CallInputs, 1,
                              Make<NativeCall>});
-        w.push_back(Workload{"builtin", kBuiltinProgram, kBuiltinLua, {{"N", true}}, {{"OUT", false}}, CallInputs,
+        w.push_back(Workload{"builtin", kBuiltinProgram, kBuiltinLua, {{"N", true}}, {{"OUT", false}}, CallInputs, 1,
                              Make<NativeBuiltin>});
         return w;
     }();

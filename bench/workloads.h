@@ -46,8 +46,9 @@ struct Workload {
     std::string Lua;      // a chunk that defines the global function `cycle`
     std::vector<Port> Inputs;
     std::vector<Port> Outputs;
-    // The inputs of cycle `n` (patterns repeat).
+    // The inputs of cycle `n`, and after how many cycles they repeat.
     void (*InputsFor)(uint64_t n, double* values);
+    uint64_t Period;
     std::unique_ptr<NativeProgram> (*Native)();
 };
 
