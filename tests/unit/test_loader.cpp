@@ -1,6 +1,7 @@
 // InitInterpretator: finding PROG, the program name, the VAR section, the
 // pre-scan of the body, result codes, and reloading an object.
 #include "qz_st_intrpr_main.h"
+#include "host_call_print.h"
 #include "recording_host.h"
 
 #include <gtest/gtest.h>
