@@ -15,7 +15,7 @@ namespace {
 
 constexpr uint32_t kBuckets = 2048;
 
-// The program's table over a bucket array the test can inspect.
+// The program's table over a bucket array the test can look into.
 struct Table {
     Var* Buckets[kBuckets];
     CQZ_Vars Vars{Buckets, kBuckets};
