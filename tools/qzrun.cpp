@@ -298,8 +298,18 @@ void ReportFailure(const SourceText& source, qz_st_interpretator::IQZSTInterpret
                  where.c_str());
     PrintSnippet(source, offset, length);
 
+    // A subprogram whose RET is the last word of the text runs into the end
+    // of the text instead of returning; the cycle then stops with the call
+    // still open and fails on whatever comes next.
+    const size_t end = source.EndOfProgram();
+    if (cycle > 0 && !atEnd && offset + 3 == end && text.compare(offset, 3, "RET") == 0 &&
+        (" " + text + " ").find(" BODY ") != std::string::npos)
+        std::fprintf(stderr,
+                     "%s:%d:%d: note: this RET ends the program text and returns from no subprogram; "
+                     "close the file with a RET of its own after the last subprogram\n",
+                     source.Path().c_str(), at.Line, at.Column);
+
     if (code == Qz::rcEndOfText && cycle == 0) {
-        const size_t end = source.EndOfProgram();
         if (end < 3 || text.compare(end - 3, 3, "RET") != 0 || (end > 3 && text[end - 4] != ' '))
             std::fprintf(stderr, "%s:%d:%d: note: the last word of a program must be RET\n", source.Path().c_str(),
                          at.Line, at.Column);
@@ -365,7 +375,7 @@ public:
         value = 0.0;
         if (!Warned_.contains(key)) {
             Warned_.insert(key);
-            std::fprintf(stderr, "qzrun: warning: no value given for input '%s'; it reads 0\n",
+            std::fprintf(stderr, "qzrun: warning: no value given for input '%s'; it reads 0 (give one with --set or --inputs)\n",
                          name.toStdString().c_str());
         }
         return true;
