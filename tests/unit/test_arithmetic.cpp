@@ -455,6 +455,22 @@ TEST_F(Arithmetic, ListedOperandFailures) {
     EXPECT_TRUE(Holds(m.R0, {2, kDINT}));
 }
 
+TEST_F(Arithmetic, BothOperandsAreReadBeforeAnyCheck) {
+    // NIL as the register fails as a read, before the divisor or the types are looked at.
+    EXPECT_EQ(m.RunText("MOD 1.5 NIL RET"), 27u);
+    EXPECT_EQ(m.RunText("DIV 7 NIL RET"), 27u);
+    // A popped source stays popped when the division then fails.
+    m.StackPush(kDINT, 7);
+    m.R0 = {0, kDINT};
+    EXPECT_EQ(m.RunText("DIV POP R0 RET"), 15u);
+    EXPECT_TRUE(m.Stack.empty());
+    m.StackPush(kREAL, 7);
+    m.R0 = {2, kDINT};
+    EXPECT_EQ(m.RunText("MOD POP R0 RET"), 45u);
+    EXPECT_TRUE(m.Stack.empty());
+    EXPECT_TRUE(Holds(m.R0, {2, kDINT}));
+}
+
 TEST_F(Arithmetic, CodesOutsideTheFamilyAreRefused) {
     for (uint8_t code : {uint8_t(ttCAL), uint8_t(ttNE), uint8_t(ttRET), uint8_t(0x37), uint8_t(0x3d)}) {
         m.R0 = {2, kDINT};

@@ -584,6 +584,19 @@ TEST_F(Shift, SourceOperandKinds) {
     EXPECT_TRUE(Holds(m.R0, {0, kUDINT}));
 }
 
+TEST_F(Logic, RegisterIsReadBeforeTheTypesAreChecked) {
+    // Unlike the Boolean instructions, BOR..BAND and SHL..ROR read NIL (27)
+    // before they look at a REAL operand.
+    m.R1 = {1.5, kREAL};
+    for (const char* op : {"BOR", "BXOR", "BAND", "SHL", "SHR", "ROL", "ROR"})
+        EXPECT_EQ(m.RunText(std::string(op) + " R1 NIL RET"), 27u) << op;
+    m.StackPush(kREAL, 1);
+    m.R0 = {1, kDINT};
+    EXPECT_EQ(m.RunText("ROL POP R0 RET"), 58u);
+    EXPECT_TRUE(m.Stack.empty());
+    EXPECT_TRUE(Holds(m.R0, {1, kDINT}));
+}
+
 TEST_F(Shift, CodesOutsideTheFamilyAreRefused) {
     for (uint8_t code : {uint8_t(ttNG), uint8_t(ttPOW), uint8_t(ttBAND), uint8_t(ttRET)}) {
         m.R1 = {1, kDINT};
