@@ -219,7 +219,7 @@ TEST_F(Arithmetic, DivisorsThatAreZeroOrTruncateToZero) {
     });
 }
 
-TEST_F(Arithmetic, FloatingSpecialValues) {
+TEST_F(Arithmetic, FloatingNaNAndInfinities) {
     Check({
         {{kInf, kLREAL}, {1, kDINT}, Ok(kInf, kLREAL), Ok(kInf, kLREAL), Ok(kInf, kLREAL), Ok(kInf, kLREAL),
          Fails(45)},
@@ -521,7 +521,7 @@ TEST_F(Comparison, EveryTypeCodeComparesByValueOnly) {
     }
 }
 
-TEST_F(Comparison, SpecialValues) {
+TEST_F(Comparison, NaNZeroesAndInfinities) {
     // Only NE holds when either side is NaN.
     Check({{kNaN, kLREAL}, {kNaN, kLREAL}, {true, false, false, false, false, false}});
     Check({{kNaN, kREAL}, {1, kDINT}, {true, false, false, false, false, false}});
