@@ -4,7 +4,10 @@
 #   -DHEADER=path/to/qz_st_result_codes.h -DMANUAL=path/to/language.md
 cmake_minimum_required(VERSION 3.25)
 
-file(STRINGS "${HEADER}" entries REGEX "X\\(rc[A-Za-z]+, *[0-9]+,")
+# The table's lines end in backslashes, which would escape list separators
+# if the file were read line by line.
+file(READ "${HEADER}" header)
+string(REGEX MATCHALL "X\\(rc[A-Za-z]+, *[0-9]+," entries "${header}")
 file(STRINGS "${MANUAL}" rows REGEX "^\\| *[0-9]+ *\\|")
 
 set(problems "")
