@@ -381,6 +381,19 @@ TEST_F(Calls, NestedBodiesRunningIntoTheFinalRetLeaveEveryEntry) {
     EXPECT_EQ(Frames(), 2u);
 }
 
+TEST_F(Calls, ReloadDropsLeftFramesButNotLeftCalls) {
+    ASSERT_EQ(Load("PROG P VAR G VG DINT 0 MAIN CAL S RET S: BODY RET"), 0u);
+    ASSERT_EQ(Cycle(), 0u);
+    ASSERT_EQ(CallDepth(), 1u);
+    ASSERT_EQ(Frames(), 1u);
+    ASSERT_EQ(Load("PROG Q VAR OUT VO DINT 0 MAIN MOV 1 @OUT RET RET"), 0u);
+    EXPECT_EQ(Frames(), 0u);
+    EXPECT_EQ(CallDepth(), 1u);
+    // The new program's variables are visible again, but its RET finds a call pending.
+    EXPECT_EQ(Cycle(), 8u);
+    EXPECT_TRUE(host.Calls.empty());
+}
+
 TEST_F(Calls, OutputsHiddenByALeftFrameGive23) {
     ASSERT_EQ(Load("PROG P VAR OUT VO DINT 0 MAIN MOV 3 @OUT CAL S RET S: BODY RET"), 0u);
     EXPECT_EQ(Cycle(), 23u);
