@@ -314,6 +314,15 @@ TEST(Cycle, FirstStatementANameReturns14) {
     EXPECT_EQ(host.Calls, expected);
 }
 
+TEST(Cycle, MainMetBeforeProgIsWhereTheBodyStarts) {
+    // The first registration of MAIN wins, even one among the skipped tokens
+    // before PROG: the cycle then starts there and meets PROG as a statement.
+    auto object = Load("MAIN PROG D VAR X V INT 0 MAIN RET");
+    EXPECT_EQ(object->Labels.lookup("MAIN", 0, 0, false)->LabelStart, 0);
+    RecordingHost host;
+    EXPECT_EQ(object->Execute(&host), 14u);
+}
+
 TEST(Cycle, ScannerAndInstructionCodesPassThroughUnchanged) {
     const std::pair<const char*, Qz::uint32_t> rows[] = {
         {"PROG D MAIN MOV ! R0 RET", 9},  // not pre-scanned without VAR
