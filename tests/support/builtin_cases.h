@@ -20,7 +20,7 @@ constexpr char kBOOL = 0x20, kSINT = 0x21, kUSINT = 0x22, kINT = 0x23, kUINT = 0
                kREAL = 0x27, kLREAL = 0x28;
 constexpr char kA0 = char(0x81);
 
-// Equal as doubles, NaN equal to NaN, the sign of zero respected.
+// Equal as doubles, NaN equal to NaN, the sign of zero kept apart.
 inline ::testing::AssertionResult Same(double actual, double expected) {
     if (std::isnan(expected) && std::isnan(actual)) return ::testing::AssertionSuccess();
     if (actual == expected && std::signbit(actual) == std::signbit(expected)) return ::testing::AssertionSuccess();

@@ -24,7 +24,7 @@ const double kTwo63 = 9223372036854775808.0;
 const double kBelowTwo63 = 9223372036854774784.0;  // the largest double under 2^63
 const double kRealClamp = 3.402823466e38;
 
-// Equal as doubles, NaN equal to NaN, and the sign of zero respected.
+// Equal as doubles, NaN equal to NaN, and the sign of zero kept apart.
 ::testing::AssertionResult Same(double actual, double expected) {
     if (std::isnan(expected) && std::isnan(actual)) return ::testing::AssertionSuccess();
     if (actual == expected && std::signbit(actual) == std::signbit(expected)) return ::testing::AssertionSuccess();
