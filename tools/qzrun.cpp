@@ -53,41 +53,42 @@ A '*' after a value marks an output the program wrote in that cycle.
 Stimulus:
   --cycles N         Run N cycles (N >= 1). Default: one cycle a row of the
                      --inputs file, or 1 without one.
-                       qzrun motor.qz --cycles 10
+                       qzrun motor_latch.qz --cycles 10
   --inputs FILE      Read input values from a CSV file: a header row of input
                      names, then a row of values a cycle. The last row is held
                      when there are more cycles than rows. Values are numbers
                      or TRUE/FALSE; an empty field repeats the value above it;
                      lines starting with '#' are skipped.
-                       qzrun motor.qz --inputs motor.inputs.csv
+                       qzrun motor_latch.qz --inputs motor_latch.inputs.csv
   --set NAME=VALUE   Give input NAME the value VALUE in every cycle, before
                      anything from --inputs. Repeat for more inputs.
-                       qzrun tank.qz --set LEVEL=42.5 --cycles 3
+                       qzrun tank_level.qz --set LEVEL=42.5 --cycles 3
                      An input that the program reads and that is given nowhere
                      reads 0; qzrun warns once for each such input.
 
 Output:
   --csv              Print the table as CSV (header "cycle,<outputs>"), without
                      marks, ready for a spreadsheet or a diff.
-                       qzrun counter.qz --inputs counter.inputs.csv --csv > out.csv
+                       qzrun part_counter.qz --inputs part_counter.inputs.csv --csv > out.csv
   --marks            With --csv: keep the '*' marks on written values.
+                       qzrun part_counter.qz --inputs part_counter.inputs.csv --csv --marks
   --stats            After the table, print the real time one cycle took:
                      minimum, median and maximum over the run (on standard
                      error with --csv).
-                       qzrun pid.qz --cycles 10000 --stats
+                       qzrun pid_loop.qz --cycles 10000 --stats
   --trace            Print every executed instruction on standard error: its
                      cycle, line:column, text, and the registers A0 R0 R1 and
                      the test flag after it.
-                       qzrun counter.qz --cycles 2 --trace
+                       qzrun part_counter.qz --cycles 2 --trace
 
 Checking:
   --check            Load the program and report errors, nothing else. Exit
                      status 0 when it loads.
-                       qzrun --check motor.qz
+                       qzrun --check motor_latch.qz
   --max-steps N      Stop a cycle that runs more than N instructions with error
                      100 (default 10000000; 0 = no limit), so that a program
                      caught in a loop ends with a message instead of hanging.
-                       qzrun loop.qz --max-steps 1000
+                       qzrun endless_loop.qz --max-steps 1000
 
 Time:
   --sim-time MS      Simulated time: the clock that TICK reads advances by MS
