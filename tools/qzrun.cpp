@@ -69,9 +69,9 @@ Stimulus:
 Output:
   --csv              Print the table as CSV (header "cycle,<outputs>"), without
                      marks, ready for a spreadsheet or a diff.
-                       qzrun part_counter.qz --inputs part_counter.inputs.csv --csv > out.csv
+                       qzrun tank_level.qz --inputs tank_level.inputs.csv --csv
   --marks            With --csv: keep the '*' marks on written values.
-                       qzrun part_counter.qz --inputs part_counter.inputs.csv --csv --marks
+                       qzrun part_counter.qz --cycles 5 --csv --marks
   --stats            After the table, print the real time one cycle took:
                      minimum, median and maximum over the run (on standard
                      error with --csv).
@@ -99,7 +99,7 @@ Time:
                        qzrun traffic_light.qz --sim-time 100 --cycles 600
   --period MS        Start a cycle every MS milliseconds of real time instead
                      of running the cycles back to back.
-                       qzrun on_delay.qz --inputs on_delay.inputs.csv --period 50
+                       qzrun beacon.qz --set ENABLE=1 --period 50 --csv
 
 Other:
   -h, --help         Show this help.
