@@ -142,6 +142,20 @@ TEST(References, NumberMovedIntoTheReferenceVariable) {
     }
 }
 
+// The smallest denormals are what a raw handle of the first slots would look
+// like; handles are scrambled so that such numbers stay plain numbers.
+TEST(References, TinyDenormalsAreNoHandles) {
+    for (const char* literal : {"4.9E-324", "9.9E-324", "1.5E-323", "2.0E-323"}) {
+        SCOPED_TRACE(literal);
+        TestMachine m;
+        Var* x = Declare(m, "X", kINT, 3);
+        Declare(m, "P", kLREAL, 0);
+        ASSERT_EQ(m.RunText("MOVA @X @P RET"), 0u);
+        ASSERT_EQ(m.RunText(std::string("MOV ") + literal + " @P RET"), 0u);
+        ExpectDeadReference(m, x, 3.0);
+    }
+}
+
 TEST(References, NumberMovedByAProgram) {
     TestMachine m;
     Var* x = Declare(m, "X", kINT, 3);
