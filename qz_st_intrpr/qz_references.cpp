@@ -21,7 +21,8 @@ bool QZ_ReferenceSlots::AddressOf(Var* var, double& handle) {
         var->ReferenceSlot = index + 1;
     }
     const uint32_t index = var->ReferenceSlot - 1;
-    const uint64_t bits = ((uint64_t(Slots[index].Generation) & kGenerationMask) << kIndexBits) | (index + 1);
+    const uint64_t bits =
+        (((uint64_t(Slots[index].Generation) & kGenerationMask) << kIndexBits) | (index + 1)) ^ kScramble;
     std::memcpy(&handle, &bits, sizeof handle);
     return true;
 }
@@ -29,6 +30,7 @@ bool QZ_ReferenceSlots::AddressOf(Var* var, double& handle) {
 double* QZ_ReferenceSlots::Resolve(double handle) const {
     uint64_t bits;
     std::memcpy(&bits, &handle, sizeof bits);
+    bits ^= kScramble;
     const uint64_t index = bits & kIndexMask;
     const uint64_t generation = bits >> kIndexBits;
     if (index == 0 || index > Slots.size() || generation > kGenerationMask) return nullptr;

@@ -28,6 +28,9 @@ private:
     static constexpr int kIndexBits = 24;
     static constexpr uint64_t kIndexMask = (uint64_t(1) << kIndexBits) - 1;
     static constexpr uint64_t kGenerationMask = (uint64_t(1) << (47 - kIndexBits)) - 1;
+    // Handles are scrambled with a fixed pattern so that small numbers, the
+    // ones programs and hosts actually use, never spell a live handle.
+    static constexpr uint64_t kScramble = 0x5A3C96E1F0B7ull & ((uint64_t(1) << 47) - 1);
 
     struct Slot {
         Var* Owner;

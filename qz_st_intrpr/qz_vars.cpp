@@ -74,6 +74,13 @@ void CQZ_Vars::ReleaseRecord(Var* var) {
 Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int index, bool create,
                       double param1, double param2, double param3, double param4) {
     if (!name) name = "";
+    // A record keeps 255 characters of its name, so the key is made from the
+    // same 255: a longer name then finds the record it created.
+    char kept[kTokenBufferSize];
+    const size_t keptLength = strnlen(name, kNameLimit);
+    std::memcpy(kept, name, keptLength);
+    kept[keptLength] = 0;
+    name = kept;
     char key[kNameKeyMax];
     const size_t keyLength = NameKey(name, key);
     const uint32_t hash = KeyHashOf(key, keyLength);

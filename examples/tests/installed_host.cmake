@@ -1,0 +1,66 @@
+# Installs the project into a scratch prefix and builds the minimal host of
+# examples/host against it, once through the CMake package and once through
+# pkg-config, and runs both.
+#
+#   -DBUILD_DIR=project build -DHOST_DIR=examples/host -DWORK=scratch dir
+#   -DGENERATOR=... -DCXX=compiler
+cmake_minimum_required(VERSION 3.25)
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    list(JOIN ARGN " " command)
+    message(FATAL_ERROR "${command}\nfailed (${rc}):\n${out}\n${err}")
+  endif()
+  set(run_output "${out}" PARENT_SCOPE)
+endfunction()
+
+function(check_host_output output)
+  set(expected "cycle 1: BUTTON=0 -> LAMP=0 PRESSES=0\ncycle 2: BUTTON=1 -> LAMP=1* PRESSES=1*\ncycle 3: BUTTON=1 -> LAMP=1 PRESSES=1\ncycle 4: BUTTON=0 -> LAMP=1 PRESSES=1\ncycle 5: BUTTON=1 -> LAMP=0* PRESSES=2*\ncycle 6: BUTTON=0 -> LAMP=0 PRESSES=2\n")
+  if(NOT output STREQUAL expected)
+    message(FATAL_ERROR "the host printed\n${output}\ninstead of\n${expected}")
+  endif()
+endfunction()
+
+set(prefix ${WORK}/prefix)
+file(REMOVE_RECURSE ${WORK})
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+
+foreach(file include/qz_st_intrpr/qz_st_interpretator.h include/qz_st_intrpr/qz_st_result_codes.h bin/qzrun)
+  if(NOT EXISTS ${prefix}/${file})
+    message(FATAL_ERROR "not installed: ${file}")
+  endif()
+endforeach()
+file(GLOB sonames ${prefix}/lib*/libqz_st_intrpr.so.1 ${prefix}/lib*/*/libqz_st_intrpr.so.1)
+if(NOT sonames)
+  message(FATAL_ERROR "libqz_st_intrpr.so.1 not installed")
+endif()
+
+# Through the CMake package.
+run(${CMAKE_COMMAND} -S ${HOST_DIR} -B ${WORK}/cmake-host -G ${GENERATOR}
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=Release)
+run(${CMAKE_COMMAND} --build ${WORK}/cmake-host)
+run(${WORK}/cmake-host/minimal_host)
+check_host_output("${run_output}")
+
+# The installed runner finds the installed library.
+run(${prefix}/bin/qzrun --version)
+
+# Through pkg-config.
+find_program(PKG_CONFIG pkg-config)
+if(PKG_CONFIG)
+  file(GLOB pcfile ${prefix}/lib*/pkgconfig/qz_st_intrpr.pc ${prefix}/lib*/*/pkgconfig/qz_st_intrpr.pc)
+  get_filename_component(pcdir "${pcfile}" DIRECTORY)
+  set(ENV{PKG_CONFIG_PATH} "${pcdir}")
+  run(${PKG_CONFIG} --cflags --libs qz_st_intrpr)
+  string(STRIP "${run_output}" flags)
+  separate_arguments(flags UNIX_COMMAND "${flags}")
+  get_filename_component(libdir "${sonames}" DIRECTORY)
+  run(${CXX} -std=c++17 -Wall -Wextra ${HOST_DIR}/minimal_host.cpp -o ${WORK}/pkg-config-host
+      ${flags} -Wl,-rpath,${libdir})
+  run(${WORK}/pkg-config-host)
+  check_host_output("${run_output}")
+  message(STATUS "built and ran the minimal host through the CMake package and pkg-config")
+else()
+  message(STATUS "built and ran the minimal host through the CMake package (no pkg-config here)")
+endif()

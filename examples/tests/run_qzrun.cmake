@@ -1,0 +1,86 @@
+# Runs qzrun once and checks what it did.
+#
+#   -DQZRUN=path            the runner
+#   -DARGS=a|b|c            its arguments, separated by '|'
+#   -DWORKDIR=dir           where to run it (file names in messages are relative to it)
+#   -DEXPECT_EXIT=n         exit status (default 0)
+#   -DEXPECT_STDOUT=file    standard output must equal this file exactly
+#   -DEXPECT_EMPTY_STDOUT=1 standard output must be empty
+#   -DEXPECT_STDOUT_REGEX=r standard output must match (each '|'-separated regex in turn)
+#   -DEXPECT_STDERR=regex   standard error must match (each '|'-separated regex in turn)
+#   -DEXPECT_EMPTY_STDERR=1 standard error must be empty
+#   -DEXPECT_STDERR_ONCE=t  standard error must hold the text t exactly once
+#   -DMAX_SECONDS=s         the run must finish within this time (fractions allowed)
+cmake_minimum_required(VERSION 3.25)
+
+string(REPLACE "|" ";" args "${ARGS}")
+if(NOT DEFINED EXPECT_EXIT)
+  set(EXPECT_EXIT 0)
+endif()
+if(NOT DEFINED WORKDIR)
+  set(WORKDIR ".")
+endif()
+
+string(TIMESTAMP started "%s%f")
+execute_process(COMMAND ${QZRUN} ${args}
+  WORKING_DIRECTORY "${WORKDIR}"
+  OUTPUT_VARIABLE out ERROR_VARIABLE err RESULT_VARIABLE rc)
+string(TIMESTAMP finished "%s%f")
+
+set(problems "")
+if(NOT rc STREQUAL "${EXPECT_EXIT}")
+  string(APPEND problems "exit status ${rc}, expected ${EXPECT_EXIT}\n")
+endif()
+if(DEFINED EXPECT_STDOUT)
+  file(READ "${EXPECT_STDOUT}" expected)
+  if(NOT out STREQUAL expected)
+    file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/actual_output.txt" "${out}")
+    string(APPEND problems "standard output differs from ${EXPECT_STDOUT}\n"
+      "(saved as ${CMAKE_CURRENT_BINARY_DIR}/actual_output.txt; diff the two)\n")
+  endif()
+endif()
+if(EXPECT_EMPTY_STDOUT AND NOT out STREQUAL "")
+  string(APPEND problems "standard output should be empty\n")
+endif()
+if(DEFINED EXPECT_STDOUT_REGEX)
+  string(REPLACE "|" ";" patterns "${EXPECT_STDOUT_REGEX}")
+  foreach(pattern IN LISTS patterns)
+    if(NOT out MATCHES "${pattern}")
+      string(APPEND problems "standard output does not match: ${pattern}\n")
+    endif()
+  endforeach()
+endif()
+if(DEFINED EXPECT_STDERR)
+  string(REPLACE "|" ";" patterns "${EXPECT_STDERR}")
+  foreach(pattern IN LISTS patterns)
+    if(NOT err MATCHES "${pattern}")
+      string(APPEND problems "standard error does not match: ${pattern}\n")
+    endif()
+  endforeach()
+endif()
+if(DEFINED EXPECT_STDERR_ONCE)
+  string(FIND "${err}" "${EXPECT_STDERR_ONCE}" first)
+  string(FIND "${err}" "${EXPECT_STDERR_ONCE}" last REVERSE)
+  if(first EQUAL -1 OR NOT first EQUAL last)
+    string(APPEND problems "standard error should hold exactly once: ${EXPECT_STDERR_ONCE}\n")
+  endif()
+endif()
+if(EXPECT_EMPTY_STDERR AND NOT err STREQUAL "")
+  string(APPEND problems "standard error should be empty\n")
+endif()
+if(DEFINED MAX_SECONDS)
+  # Microseconds; math() has no fractions, so the limit is scaled instead.
+  math(EXPR took "${finished} - ${started}")
+  string(REGEX MATCH "^([0-9]+)(\\.([0-9]+))?$" _ "${MAX_SECONDS}")
+  set(fraction "${CMAKE_MATCH_3}000000")
+  string(SUBSTRING "${fraction}" 0 6 fraction)
+  math(EXPR limit "${CMAKE_MATCH_1} * 1000000 + 1${fraction} - 1000000")
+  if(took GREATER limit)
+    math(EXPR ms "${took} / 1000")
+    string(APPEND problems "took ${ms} ms, more than ${MAX_SECONDS} s\n")
+  endif()
+endif()
+
+if(problems)
+  message(FATAL_ERROR "qzrun ${args}\n${problems}--- standard output ---\n${out}--- standard error ---\n${err}")
+endif()

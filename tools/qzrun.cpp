@@ -1,0 +1,628 @@
+// qzrun: runs a control program from a file, cycle by cycle, the way a host
+// runs it, and shows what it writes.
+//
+// The runner is an ordinary host of the interpreter library: it sees only the
+// public headers, serves inputs from the command line and a CSV file, and
+// collects the outputs of every cycle into a table.
+#include "qz_st_interpretator.h"
+#include "qz_st_result_codes.h"
+#include "source_text.h"
+#include "stimulus.h"
+#include "value_format.h"
+
+#include <QHash>
+#include <QSet>
+#include <QString>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#ifndef QZRUN_VERSION
+#define QZRUN_VERSION "unknown"
+#endif
+
+namespace {
+
+using qzrun::SourceText;
+
+constexpr int kExitOk = 0;
+constexpr int kExitProgramError = 1;
+constexpr int kExitUsage = 2;
+
+constexpr uint64_t kDefaultMaxSteps = 10'000'000;
+// The simulated clock's reading in the first cycle. The tick counter takes a
+// reading of 0 for "never read", so simulated time must not start there.
+constexpr uint32_t kSimulatedClockStart = 1000;
+
+const char kHelp[] = R"(Usage: qzrun [OPTIONS] PROGRAM
+
+Runs the control program in the file PROGRAM for a number of cycles, the way a
+host runs it, and prints a table with a row a cycle and a column an output.
+A '*' after a value marks an output the program wrote in that cycle.
+
+Stimulus:
+  --cycles N         Run N cycles (N >= 1). Default: one cycle a row of the
+                     --inputs file, or 1 without one.
+                       qzrun motor_latch.qz --cycles 10
+  --inputs FILE      Read input values from a CSV file: a header row of input
+                     names, then a row of values a cycle. The last row is held
+                     when there are more cycles than rows. Values are numbers
+                     or TRUE/FALSE; an empty field repeats the value above it;
+                     lines starting with '#' are skipped.
+                       qzrun motor_latch.qz --inputs motor_latch.inputs.csv
+  --set NAME=VALUE   Give input NAME the value VALUE in every cycle, before
+                     anything from --inputs. Repeat for more inputs.
+                       qzrun tank_level.qz --set LEVEL=42.5 --cycles 3
+                     An input that the program reads and that is given nowhere
+                     reads 0; qzrun warns once for each such input.
+
+Output:
+  --csv              Print the table as CSV (header "cycle,<outputs>"), without
+                     marks, ready for a spreadsheet or a diff.
+                       qzrun tank_level.qz --inputs tank_level.inputs.csv --csv
+  --marks            With --csv: keep the '*' marks on written values.
+                       qzrun part_counter.qz --cycles 5 --csv --marks
+  --stats            After the table, print the real time one cycle took:
+                     minimum, median and maximum over the run (on standard
+                     error with --csv).
+                       qzrun pid_loop.qz --cycles 10000 --stats
+  --trace            Print every executed instruction on standard error: its
+                     cycle, line:column, text, and the registers A0 R0 R1 and
+                     the test flag after it.
+                       qzrun part_counter.qz --cycles 2 --trace
+
+Checking:
+  --check            Load the program and report errors, nothing else. Exit
+                     status 0 when it loads.
+                       qzrun --check motor_latch.qz
+  --max-steps N      Stop a cycle that runs more than N instructions with error
+                     100 (default 10000000; 0 = no limit), so that a program
+                     caught in a loop ends with a message instead of hanging.
+                       qzrun endless_loop.qz --max-steps 1000
+
+Time:
+  --sim-time MS      Simulated time: the clock that TICK reads advances by MS
+                     milliseconds from one cycle to the next (it reads 1000 in
+                     the first cycle), so timers give the same table on every
+                     run and a minute of plant time takes a moment. Without it
+                     TICK reads the wall clock.
+                       qzrun traffic_light.qz --sim-time 100 --cycles 600
+  --period MS        Start a cycle every MS milliseconds of real time instead
+                     of running the cycles back to back.
+                       qzrun beacon.qz --set ENABLE=1 --period 50 --csv
+
+Other:
+  -h, --help         Show this help.
+  --version          Show the version.
+
+Program files may use line breaks, tabs and indentation freely, and comments
+(* like this *) or // to the end of the line.
+
+Errors are reported like a compiler's, as FILE:LINE:COLUMN: error CODE: MEANING
+with the offending token, and for a failing cycle its number.
+
+Exit status: 0 when every cycle ran (or --check loaded the program), 1 when the
+program failed to load or a cycle failed, 2 for a bad command line or a file
+that cannot be read.
+)";
+
+struct Options {
+    std::string ProgramPath;
+    std::string InputsPath;
+    long long Cycles = -1;  // -1: one a row of the inputs, or 1
+    std::vector<std::pair<std::string, double>> Constants;
+    bool Csv = false;
+    bool Marks = false;
+    bool Check = false;
+    bool Trace = false;
+    bool Stats = false;
+    uint64_t MaxSteps = kDefaultMaxSteps;
+    bool SimulatedTime = false;
+    uint32_t SimulatedStep = 0;
+    uint32_t PeriodMs = 0;
+};
+
+[[noreturn]] void UsageError(const std::string& message) {
+    std::fprintf(stderr, "qzrun: error: %s\nTry 'qzrun --help' for more information.\n", message.c_str());
+    std::exit(kExitUsage);
+}
+
+uint64_t ParseCount(const std::string& option, const std::string& text, uint64_t max) {
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos)
+        UsageError(option + " needs a whole number, not '" + text + "'");
+    errno = 0;
+    const unsigned long long value = std::strtoull(text.c_str(), nullptr, 10);
+    if (errno == ERANGE || value > max) UsageError(option + " " + text + " is too large");
+    return value;
+}
+
+Options ParseOptions(int argc, char** argv) {
+    Options options;
+    std::vector<std::string> args(argv + 1, argv + argc);
+    bool onlyFiles = false;
+    for (size_t i = 0; i < args.size(); ++i) {
+        std::string arg = args[i];
+        if (onlyFiles || arg.empty() || arg[0] != '-' || arg == "-") {
+            if (!options.ProgramPath.empty()) UsageError("more than one program file: '" + arg + "'");
+            options.ProgramPath = arg;
+            continue;
+        }
+        if (arg == "--") {
+            onlyFiles = true;
+            continue;
+        }
+        std::string value;
+        bool hasInlineValue = false;
+        if (const size_t eq = arg.find('='); arg.compare(0, 2, "--") == 0 && eq != std::string::npos) {
+            value = arg.substr(eq + 1);
+            arg = arg.substr(0, eq);
+            hasInlineValue = true;
+        }
+        auto takeValue = [&]() -> std::string {
+            if (hasInlineValue) return value;
+            if (i + 1 >= args.size()) UsageError(arg + " needs a value");
+            return args[++i];
+        };
+        auto noValue = [&]() {
+            if (hasInlineValue) UsageError(arg + " takes no value");
+        };
+
+        if (arg == "-h" || arg == "--help") {
+            std::fputs(kHelp, stdout);
+            std::exit(kExitOk);
+        } else if (arg == "--version") {
+            std::printf("qzrun %s\n", QZRUN_VERSION);
+            std::exit(kExitOk);
+        } else if (arg == "--cycles") {
+            options.Cycles = (long long)ParseCount(arg, takeValue(), 1'000'000'000'000ull);
+            if (options.Cycles < 1) UsageError("--cycles needs at least 1");
+        } else if (arg == "--inputs") {
+            options.InputsPath = takeValue();
+        } else if (arg == "--set") {
+            const std::string assignment = takeValue();
+            const size_t eq = assignment.find('=');
+            if (eq == std::string::npos || eq == 0) UsageError("--set needs NAME=VALUE, not '" + assignment + "'");
+            double number;
+            if (!qzrun::ParseValue(assignment.substr(eq + 1), number))
+                UsageError("--set " + assignment + ": '" + assignment.substr(eq + 1) + "' is not a number");
+            options.Constants.emplace_back(assignment.substr(0, eq), number);
+        } else if (arg == "--csv") {
+            noValue();
+            options.Csv = true;
+        } else if (arg == "--marks") {
+            noValue();
+            options.Marks = true;
+        } else if (arg == "--check") {
+            noValue();
+            options.Check = true;
+        } else if (arg == "--trace") {
+            noValue();
+            options.Trace = true;
+        } else if (arg == "--stats") {
+            noValue();
+            options.Stats = true;
+        } else if (arg == "--max-steps") {
+            options.MaxSteps = ParseCount(arg, takeValue(), UINT64_MAX);
+        } else if (arg == "--sim-time") {
+            options.SimulatedTime = true;
+            options.SimulatedStep = uint32_t(ParseCount(arg, takeValue(), 86'400'000));
+            if (options.SimulatedStep == 0) UsageError("--sim-time needs at least 1 millisecond a cycle");
+        } else if (arg == "--period") {
+            options.PeriodMs = uint32_t(ParseCount(arg, takeValue(), 86'400'000));
+        } else {
+            UsageError("unknown option '" + arg + "'");
+        }
+    }
+    if (options.ProgramPath.empty()) UsageError("no program file given");
+    if (options.Marks && !options.Csv) UsageError("--marks goes with --csv (the table always shows marks)");
+    return options;
+}
+
+bool ReadFile(const std::string& path, std::string& bytes) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return !in.bad();
+}
+
+// ---- Diagnostics ----
+
+std::string Quote(const std::string& token) {
+    constexpr size_t kLimit = 40;
+    if (token.size() <= kLimit) return "'" + token + "'";
+    return "'" + token.substr(0, kLimit) + "...'";
+}
+
+// The source line and a caret under [offset, offset + length).
+void PrintSnippet(const SourceText& source, size_t offset, size_t length) {
+    const qzrun::Location at = source.Locate(offset);
+    const std::string_view line = source.Line(at.Line);
+    std::fprintf(stderr, "%5d | %.*s\n", at.Line, int(line.size()), line.data());
+    std::string marker;
+    const size_t column = size_t(at.Column - 1);
+    for (size_t i = 0; i < column && i < line.size(); ++i) {
+        const unsigned char c = static_cast<unsigned char>(line[i]);
+        if (c == '\t') marker += '\t';
+        else if ((c & 0xC0) != 0x80) marker += ' ';  // one column a UTF-8 character
+    }
+    marker += '^';
+    const size_t visible = std::min(length, line.size() > column ? line.size() - column : size_t(0));
+    for (size_t i = 1; i < visible; ++i)
+        if ((static_cast<unsigned char>(line[column + i]) & 0xC0) != 0x80) marker += '~';
+    std::fprintf(stderr, "      | %s\n", marker.c_str());
+}
+
+void ReportFailure(const SourceText& source, qz_st_interpretator::IQZSTInterpretator* interpreter,
+                   Qz::uint32_t code, long long cycle) {
+    QZScanPosition position{};
+    QZGetScanPosition(interpreter, &position);
+    const std::string& text = source.Flat();
+    const char* meaning = Qz::ResultMeaning(code);
+    if (!meaning) meaning = "unknown result code";
+
+    const bool atEnd =
+        code == Qz::rcEndOfText || position.TokenStart < 0 || size_t(position.TokenStart) >= text.size();
+    size_t offset;
+    size_t length;
+    std::string where;
+    if (atEnd) {
+        offset = source.EndOfProgram();
+        length = 1;
+        where = "at the end of the program";
+    } else {
+        offset = size_t(position.TokenStart);
+        size_t end;  // one past the token
+        if (position.TokenEnd >= position.TokenStart && size_t(position.TokenEnd) < text.size()) {
+            end = size_t(position.TokenEnd) + 1;
+        } else {
+            // The scanner stopped inside the token before marking its end.
+            end = text.find(' ', offset);
+            if (end == std::string::npos) end = text.size();
+        }
+        length = std::max<size_t>(end - offset, 1);
+        where = "at " + Quote(text.substr(offset, end - offset));
+    }
+    if (cycle > 0) where += " in cycle " + std::to_string(cycle);
+
+    const qzrun::Location at = source.Locate(offset);
+    std::fprintf(stderr, "%s:%d:%d: error %u: %s, %s\n", source.Path().c_str(), at.Line, at.Column, code, meaning,
+                 where.c_str());
+    PrintSnippet(source, offset, length);
+
+    // A subprogram whose RET is the last word of the text runs into the end
+    // of the text instead of returning; the cycle then stops with the call
+    // still open and fails on whatever comes next.
+    const size_t end = source.EndOfProgram();
+    if (cycle > 0 && !atEnd && offset + 3 == end && text.compare(offset, 3, "RET") == 0 &&
+        (" " + text + " ").find(" BODY ") != std::string::npos)
+        std::fprintf(stderr,
+                     "%s:%d:%d: note: this RET ends the program text and returns from no subprogram; "
+                     "close the file with a RET of its own after the last subprogram\n",
+                     source.Path().c_str(), at.Line, at.Column);
+
+    if (code == Qz::rcEndOfText && cycle == 0) {
+        if (end < 3 || text.compare(end - 3, 3, "RET") != 0 || (end > 3 && text[end - 4] != ' '))
+            std::fprintf(stderr, "%s:%d:%d: note: the last word of a program must be RET\n", source.Path().c_str(),
+                         at.Line, at.Column);
+    }
+}
+
+// ---- The host side ----
+
+struct OutputColumn {
+    QString Name;
+    double Value = 0.0;
+    int Dimension = 0;
+    bool Rewrited = false;
+};
+
+class RunnerHost : public qz_st_interpretator::IQZExecuteInterface {
+public:
+    virtual ~RunnerHost() = default;
+
+    void SetConstants(const std::vector<std::pair<std::string, double>>& constants) {
+        for (const auto& [name, value] : constants) {
+            const QString key = QString::fromStdString(name).toUpper();
+            Constants_.insert(key, value);
+            GivenNames_.push_back({QString::fromStdString(name), "--set"});
+        }
+    }
+
+    void SetStimulus(const qzrun::Stimulus* stimulus, const std::string& path) {
+        Stimulus_ = stimulus;
+        for (size_t i = 0; i < stimulus->Names.size(); ++i) {
+            const QString name = QString::fromStdString(stimulus->Names[i]);
+            Columns_.insert(name.toUpper(), int(i));
+            GivenNames_.push_back({name, path});
+        }
+    }
+
+    // Chooses the stimulus row of cycle `cycle` (from 1); the last row is held.
+    void StartCycle(long long cycle) {
+        Row_ = nullptr;
+        if (Stimulus_ && !Stimulus_->Rows.empty())
+            Row_ = &Stimulus_->Rows[size_t(std::min<long long>(cycle, (long long)Stimulus_->Rows.size()) - 1)];
+    }
+
+    // Values given for names the program never asked for are probably typos.
+    void WarnUnusedInputs() const {
+        for (const auto& [name, origin] : GivenNames_)
+            if (!Asked_.contains(name.toUpper()))
+                std::fprintf(stderr, "qzrun: warning: the program has no input '%s' (given by %s)\n",
+                             name.toStdString().c_str(), origin.c_str());
+    }
+
+    bool GetValueFrom(CQZDirection, const QString& name, double& value) override {
+        const QString key = name.toUpper();
+        Asked_.insert(key);
+        if (const auto constant = Constants_.constFind(key); constant != Constants_.constEnd()) {
+            value = constant.value();
+            return true;
+        }
+        if (const auto column = Columns_.constFind(key); column != Columns_.constEnd() && Row_) {
+            value = (*Row_)[size_t(column.value())];
+            return true;
+        }
+        value = 0.0;
+        if (!Warned_.contains(key)) {
+            Warned_.insert(key);
+            std::fprintf(stderr, "qzrun: warning: no value given for input '%s'; it reads 0 (give one with --set or --inputs)\n",
+                         name.toStdString().c_str());
+        }
+        return true;
+    }
+
+    bool SetValueTo(CQZDirection, const QString& name, double value, int dimension, bool rewrited) override {
+        auto index = OutputIndex_.constFind(name);
+        if (index == OutputIndex_.constEnd()) {
+            index = OutputIndex_.insert(name, int(Outputs.size()));
+            Outputs.push_back(OutputColumn{name, 0.0, 0, false});
+        }
+        OutputColumn& column = Outputs[size_t(index.value())];
+        column.Value = value;
+        column.Dimension = dimension;
+        column.Rewrited = rewrited;
+        return true;
+    }
+
+    std::vector<OutputColumn> Outputs;  // in the order the interpreter hands them over
+
+private:
+    QHash<QString, double> Constants_;
+    QHash<QString, int> Columns_;
+    const qzrun::Stimulus* Stimulus_ = nullptr;
+    const std::vector<double>* Row_ = nullptr;
+    QSet<QString> Asked_;
+    QSet<QString> Warned_;
+    QHash<QString, int> OutputIndex_;
+    std::vector<std::pair<QString, std::string>> GivenNames_;
+};
+
+// ---- The output table ----
+
+class Table {
+public:
+    Table(bool csv, bool marks) : Csv_(csv), Marks_(marks) {}
+
+    void AddRow(long long cycle, const std::vector<OutputColumn>& outputs) {
+        if (Header_.empty()) {
+            Header_.push_back("cycle");
+            for (const OutputColumn& output : outputs) Header_.push_back(output.Name.toStdString());
+            if (Csv_) PrintCsvRow(Header_, std::vector<bool>(Header_.size(), false));
+        }
+        std::vector<std::string> cells{std::to_string(cycle)};
+        std::vector<bool> written{false};
+        for (const OutputColumn& output : outputs) {
+            cells.push_back(qzrun::FormatOutput(output.Value, output.Dimension));
+            written.push_back(output.Rewrited);
+            AnyMark_ = AnyMark_ || output.Rewrited;
+        }
+        if (Csv_) {
+            PrintCsvRow(cells, written);
+        } else {
+            Rows_.push_back(std::move(cells));
+            Written_.push_back(std::move(written));
+        }
+    }
+
+    // Prints the aligned table (the CSV form is printed row by row).
+    void Finish() {
+        std::fflush(stdout);
+        if (Csv_ || Header_.empty()) return;
+        std::vector<size_t> width(Header_.size());
+        for (size_t c = 0; c < Header_.size(); ++c) {
+            width[c] = Header_[c].size();
+            for (const auto& row : Rows_) width[c] = std::max(width[c], row[c].size());
+        }
+        std::string line;
+        auto emit = [&](const std::vector<std::string>& cells, const std::vector<bool>* written) {
+            line.clear();
+            for (size_t c = 0; c < cells.size(); ++c) {
+                if (c > 0) line += "  ";
+                line.append(width[c] - cells[c].size(), ' ');
+                line += cells[c];
+                // Every value column has room for a mark so the columns stay aligned.
+                if (c > 0) line += written && (*written)[c] ? '*' : ' ';
+            }
+            while (!line.empty() && line.back() == ' ') line.pop_back();
+            std::puts(line.c_str());
+        };
+        emit(Header_, nullptr);
+        for (size_t r = 0; r < Rows_.size(); ++r) emit(Rows_[r], &Written_[r]);
+        if (AnyMark_) std::puts("* = written by the program in that cycle");
+        std::fflush(stdout);
+    }
+
+private:
+    static std::string CsvField(const std::string& text) {
+        if (text.find_first_of(",\"\n") == std::string::npos) return text;
+        std::string quoted = "\"";
+        for (char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+        return quoted + "\"";
+    }
+
+    void PrintCsvRow(const std::vector<std::string>& cells, const std::vector<bool>& written) {
+        std::string line;
+        for (size_t c = 0; c < cells.size(); ++c) {
+            if (c > 0) line += ',';
+            line += CsvField(cells[c]);
+            if (Marks_ && written[c]) line += '*';
+        }
+        std::puts(line.c_str());
+    }
+
+    bool Csv_;
+    bool Marks_;
+    bool AnyMark_ = false;
+    std::vector<std::string> Header_;
+    std::vector<std::vector<std::string>> Rows_;
+    std::vector<std::vector<bool>> Written_;
+};
+
+// ---- Trace, clock, statistics ----
+
+struct TraceState {
+    const SourceText* Source;
+    long long Cycle;
+};
+
+void TraceInstruction(void* context, const QZTraceEvent* event) {
+    const auto* state = static_cast<const TraceState*>(context);
+    const SourceText& source = *state->Source;
+    const size_t start = size_t(std::max(event->InstructionStart, 0));
+    const size_t end = size_t(std::max(event->InstructionEnd, event->InstructionStart));
+    const qzrun::Location at = source.Locate(start);
+    const std::string place = std::to_string(at.Line) + ":" + std::to_string(at.Column);
+    std::string line = std::to_string(state->Cycle);
+    line.insert(0, line.size() < 6 ? 6 - line.size() : 0, ' ');
+    line += "  " + place;
+    line.append(place.size() < 8 ? 8 - place.size() : 1, ' ');
+    std::string instruction = source.Excerpt(start, end);
+    instruction.append(instruction.size() < 24 ? 24 - instruction.size() : 1, ' ');
+    line += instruction;
+    line += "A0=" + qzrun::FormatRegister(event->A0, event->A0Type);
+    line += " R0=" + qzrun::FormatRegister(event->R0, event->R0Type);
+    line += " R1=" + qzrun::FormatRegister(event->R1, event->R1Type);
+    line += " TF=" + std::to_string(int(event->TestFlag));
+    if (event->Result != 0) line += "  => error " + std::to_string(event->Result);
+    std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+uint32_t ReadSimulatedClock(void* context) { return *static_cast<const uint32_t*>(context); }
+
+std::string FormatDuration(std::chrono::nanoseconds duration) {
+    const double ns = double(duration.count());
+    char buffer[32];
+    if (ns < 1e3) std::snprintf(buffer, sizeof buffer, "%.0f ns", ns);
+    else if (ns < 1e6) std::snprintf(buffer, sizeof buffer, "%.1f us", ns / 1e3);
+    else std::snprintf(buffer, sizeof buffer, "%.2f ms", ns / 1e6);
+    return buffer;
+}
+
+void PrintStats(std::vector<std::chrono::nanoseconds> times, FILE* out) {
+    if (times.empty()) return;
+    std::sort(times.begin(), times.end());
+    const size_t n = times.size();
+    const auto median = n % 2 ? times[n / 2] : (times[n / 2 - 1] + times[n / 2]) / 2;
+    std::fprintf(out, "cycle time over %zu cycle%s: min %s, median %s, max %s\n", n, n == 1 ? "" : "s",
+                 FormatDuration(times.front()).c_str(), FormatDuration(median).c_str(),
+                 FormatDuration(times.back()).c_str());
+}
+
+// Releases the interpreter however the run ends.
+struct InterpreterHandle {
+    qz_st_interpretator::IQZSTInterpretator* Object = Create();
+    ~InterpreterHandle() { Object->Destroy(); }
+};
+
+int Run(const Options& options) {
+    std::string bytes;
+    if (!ReadFile(options.ProgramPath, bytes)) {
+        std::fprintf(stderr, "qzrun: error: cannot read '%s': %s\n", options.ProgramPath.c_str(), std::strerror(errno));
+        return kExitUsage;
+    }
+    SourceText source(options.ProgramPath, std::move(bytes));
+    size_t commentStart = 0;
+    if (!source.Flatten(commentStart)) {
+        const qzrun::Location at = source.Locate(commentStart);
+        std::fprintf(stderr, "%s:%d:%d: error: comment not closed: '(*' without '*)'\n", source.Path().c_str(),
+                     at.Line, at.Column);
+        PrintSnippet(source, commentStart, 2);
+        return kExitProgramError;
+    }
+
+    qzrun::Stimulus stimulus;
+    if (!options.InputsPath.empty()) {
+        std::string error;
+        if (!qzrun::ReadStimulus(options.InputsPath, stimulus, error)) {
+            std::fprintf(stderr, "qzrun: error: %s\n", error.c_str());
+            return kExitUsage;
+        }
+    }
+
+    InterpreterHandle interpreter;
+    if (const Qz::uint32_t code = interpreter.Object->InitInterpretator(source.Flat())) {
+        ReportFailure(source, interpreter.Object, code, 0);
+        return kExitProgramError;
+    }
+    if (options.Check) return kExitOk;
+
+    QZSetInstructionBudget(interpreter.Object, options.MaxSteps);
+    uint32_t simulatedNow = kSimulatedClockStart;
+    if (options.SimulatedTime) QZSetClock(interpreter.Object, ReadSimulatedClock, &simulatedNow);
+    TraceState trace{&source, 0};
+    if (options.Trace) {
+        std::fputs("cycle  line:col  instruction             registers and test flag after it\n", stderr);
+        QZSetTraceHook(interpreter.Object, TraceInstruction, &trace);
+    }
+
+    RunnerHost host;
+    host.SetConstants(options.Constants);
+    if (!options.InputsPath.empty()) host.SetStimulus(&stimulus, options.InputsPath);
+
+    long long cycles = options.Cycles;
+    if (cycles < 0) cycles = std::max<long long>(1, (long long)stimulus.Rows.size());
+
+    Table table(options.Csv, options.Marks);
+    std::vector<std::chrono::nanoseconds> times;
+    if (options.Stats) times.reserve(size_t(std::min<long long>(cycles, 1'000'000)));
+    const auto runStart = std::chrono::steady_clock::now();
+
+    for (long long cycle = 1; cycle <= cycles; ++cycle) {
+        if (options.PeriodMs)
+            std::this_thread::sleep_until(runStart + std::chrono::milliseconds(options.PeriodMs) * (cycle - 1));
+        host.StartCycle(cycle);
+        trace.Cycle = cycle;
+        simulatedNow = kSimulatedClockStart + uint32_t(uint64_t(cycle - 1) * options.SimulatedStep);
+
+        const auto before = std::chrono::steady_clock::now();
+        const Qz::uint32_t code = interpreter.Object->Execute(&host);
+        const auto after = std::chrono::steady_clock::now();
+        if (code != 0) {
+            table.Finish();
+            ReportFailure(source, interpreter.Object, code, cycle);
+            return kExitProgramError;
+        }
+        if (options.Stats) times.push_back(std::chrono::duration_cast<std::chrono::nanoseconds>(after - before));
+        if (cycle == 1) host.WarnUnusedInputs();
+        table.AddRow(cycle, host.Outputs);
+        if (options.PeriodMs) std::fflush(stdout);
+    }
+    table.Finish();
+    if (options.Stats) PrintStats(std::move(times), options.Csv ? stderr : stdout);
+    return kExitOk;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) { return Run(ParseOptions(argc, argv)); }
