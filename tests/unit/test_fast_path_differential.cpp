@@ -16,6 +16,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <dirent.h>
+#include <sys/stat.h>
 #include <fstream>
 #include <random>
 #include <set>
@@ -29,18 +30,42 @@ std::string ReadFile(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-std::vector<std::string> FilesIn(const std::string& dir, const std::string& suffix) {
+// Regular files in `dir` whose names end in `suffix`; with `deep`, in its
+// subdirectories too.
+std::vector<std::string> FilesIn(const std::string& dir, const std::string& suffix, bool deep = false) {
     std::vector<std::string> files;
     if (DIR* d = opendir(dir.c_str())) {
         while (const dirent* e = readdir(d)) {
             const std::string name = e->d_name;
-            if (name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
-                files.push_back(dir + "/" + name);
+            if (name == "." || name == "..") continue;
+            const std::string path = dir + "/" + name;
+            struct stat info;
+            if (stat(path.c_str(), &info) != 0) continue;
+            if (S_ISDIR(info.st_mode)) {
+                if (deep)
+                    for (const std::string& file : FilesIn(path, suffix, true)) files.push_back(file);
+            } else if (S_ISREG(info.st_mode) && name.size() > suffix.size() &&
+                       name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
+                files.push_back(path);
+            }
         }
         closedir(d);
     }
     std::sort(files.begin(), files.end());
     return files;
+}
+
+// A program file as people write it, as the one line the interpreter reads:
+// comments, tabs and line ends become blanks. Empty for an unclosed comment.
+std::string Flatten(std::string text) {
+    for (size_t open = text.find("(*"); open != std::string::npos; open = text.find("(*", open)) {
+        const size_t close = text.find("*)", open + 2);
+        if (close == std::string::npos) return "";
+        for (size_t i = open; i < close + 2; ++i) text[i] = ' ';
+    }
+    for (char& c : text)
+        if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+    return text;
 }
 
 std::string RepositoryRoot() {
@@ -163,13 +188,10 @@ std::vector<std::string> CollectedPrograms() {
             }
         }
     }
-    // Example programs, with their line structure flattened to blanks.
-    for (const std::string& file : FilesIn(root + "/examples", "")) {
-        std::string text = ReadFile(file);
-        if (text.find("PROG") == std::string::npos) continue;
-        for (char& c : text)
-            if (c == '\n' || c == '\r' || c == '\t') c = ' ';
-        if (seen.insert(text).second) programs.push_back(text);
+    // Example programs, flattened as the runner flattens them.
+    for (const std::string& file : FilesIn(root + "/examples", ".qz", true)) {
+        const std::string text = Flatten(ReadFile(file));
+        if (!text.empty() && seen.insert(text).second) programs.push_back(text);
     }
     return programs;
 }
@@ -525,6 +547,7 @@ TEST(FastPathDifferential, HandWrittenProgramsAgree) {
 TEST(FastPathDifferential, ProgramsOfTheOtherTestsAgree) {
     const std::vector<std::string> programs = CollectedPrograms();
     EXPECT_FALSE(programs.empty());
+    std::printf("%zu programs collected from the other tests and examples/\n", programs.size());
     for (const std::string& text : programs) {
         ExpectSame(text, qzdiff::Options{});
         ExpectSame(text, qzdiff::Options{2, 50, true, true});
