@@ -75,10 +75,29 @@ enum QZDecodedForm : uint8_t {
     dfCall,        // CAL
 };
 
+// The most frequent operand combinations, each carried out by its own short
+// piece of code; everything else goes by its form.
+enum QZDecodedShortcut : uint8_t {
+    dsNone,
+    dsMoveVarToRegister,
+    dsMoveRegisterToVar,
+    dsMoveNumberToRegister,
+    dsMoveNumberToVar,
+    dsMoveVarToVar,
+    dsMoveRegisterToRegister,
+    dsArithmeticVar,  // ADD..MOD with a variable, a number or a register as source
+    dsArithmeticNumber,
+    dsArithmeticRegister,
+    dsCompareVar,  // NE..LE likewise
+    dsCompareNumber,
+    dsCompareRegister,
+};
+
 // An instruction with its operands, at the position of its keyword.
 struct QZ_DecodedInstruction {
     uint8_t Code = 0;  // the instruction's token code
     uint8_t Form = dfPlain;
+    uint8_t Shortcut = dsNone;
     uint32_t Keyword = 0;  // index of the keyword's token
     int32_t Start = 0;     // where the keyword begins (TokenStart)
     uint32_t Last = 0;     // index of the last operand's token

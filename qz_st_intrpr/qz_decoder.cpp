@@ -146,9 +146,28 @@ uint8_t RegisterForm(uint8_t code) {
     }
 }
 
+// The shortcut of a decoded form with these operand kinds, or dsNone.
+uint8_t Shortcut(uint8_t form, uint8_t source, uint8_t target) {
+    const bool sourceRegister = IsValueRegister(source), targetRegister = IsValueRegister(target);
+    if (form == dfMove) {
+        if (source == ttVAR) return targetRegister ? dsMoveVarToRegister : target == ttVAR ? dsMoveVarToVar : dsNone;
+        if (source == ttNUMBER) return targetRegister ? dsMoveNumberToRegister : target == ttVAR ? dsMoveNumberToVar : dsNone;
+        if (sourceRegister)
+            return targetRegister ? dsMoveRegisterToRegister : target == ttVAR ? dsMoveRegisterToVar : dsNone;
+        return dsNone;
+    }
+    if (form == dfArithmetic || form == dfCompare) {
+        const uint8_t base = form == dfArithmetic ? dsArithmeticVar : dsCompareVar;
+        if (source == ttVAR) return base;
+        if (source == ttNUMBER) return uint8_t(base + 1);
+        if (sourceRegister) return uint8_t(base + 2);
+    }
+    return dsNone;
+}
+
 }  // namespace
 
-Qz::uint32_t CQZ_STInterpretator_Execute::DecodeInstruction(uint32_t keyword) {
+uint32_t CQZ_STInterpretator_Execute::DecodeInstruction(uint32_t keyword) {
     QZ_DecodedInstruction in;
     in.Keyword = keyword;
     in.Code = Decoded.Tokens[keyword - 1].Code;
@@ -195,6 +214,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::DecodeInstruction(uint32_t keyword) {
     // MOVA, and every instruction whose operands fail, keeps the plain form.
 
     in.Form = form;
+    in.Shortcut = Shortcut(form, in.Source.Kind, in.Target.Kind);
     if (form != dfPlain) {
         in.Last = last;
         in.Next = Decoded.Tokens[last - 1].Next();

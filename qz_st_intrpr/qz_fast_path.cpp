@@ -201,162 +201,255 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedBody(bool callBase, bool& re
 
 // Runs `instruction` and those that follow it as long as each one's
 // successor is known. Returns when a statement has to be found by reading
-// tokens, with `link` naming the slot to remember it in (0: none).
-Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, size_t& depth, uint32_t& link) {
+// tokens, with `linkOut` naming the slot to remember it in (0: none).
+Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, size_t& depth, uint32_t& linkOut) {
     CQZ_Vars* table = &CurrentVars();
+    // Nothing below decodes instructions, so they stay where they are.
+    QZ_DecodedInstruction* const instructions = Decoded.Instructions.data();
+    uint64_t run = InstructionsRun;  // written back on the way out; nothing in between reads it
+    uint32_t link = 0;
+    Qz::uint32_t r;
+
+    // The shortcuts' pieces: the same steps as the generic code below.
+    auto readVariable = [&](QZ_DecodedOperand& operand, QZ_Operand& out) -> Qz::uint32_t {
+        const Var* var = ResolveVariable(operand, *table);
+        return var ? ReadVariable(*var, out) : Qz::rcVarNotFound;
+    };
+    auto readNumber = [&](const QZ_DecodedOperand& operand, QZ_Operand& out) {
+        DigitValue = operand.Number;
+        DigitType = operand.NumberType;
+        out.Value = operand.Number;
+        out.Type = char(operand.NumberType);
+    };
+    auto readRegister = [&](const QZ_DecodedOperand& operand, QZ_Operand& out) {
+        const QZ_Register& reg = Register(operand.Register);
+        out.Value = reg.Value;
+        out.Type = reg.ValueType;
+    };
+    auto storeVariable = [&](QZ_DecodedOperand& operand, double value) -> Qz::uint32_t {
+        Var* var = ResolveVariable(operand, *table);
+        return var ? StoreVariable(*var, value) : Qz::rcVarNotFound;
+    };
+    auto setRegister = [&](const QZ_DecodedOperand& operand, const QZ_Operand& value) {
+        QZ_Register& reg = Register(operand.Register);
+        reg.Value = value.Value;
+        reg.ValueType = value.Type;
+    };
+
     for (;;) {
-        QZ_DecodedInstruction& in = Decoded.Instructions[instruction - 1];
-        if (InstructionBudget && InstructionsRun >= InstructionBudget) {
+        QZ_DecodedInstruction& in = instructions[instruction - 1];
+        if (InstructionBudget && run >= InstructionBudget) {
             Pending = in.Keyword;
-            return Qz::rcBudgetExhausted;
+            r = Qz::rcBudgetExhausted;
+            break;
         }
-        ++InstructionsRun;
+        ++run;
         if (TraceHook) JumpOperandEnd = -1;
 
-        Qz::uint32_t r = Qz::rcOK;
-        uint32_t next;  // 0, or the successor slot's contents
+        r = Qz::rcOK;
+        uint32_t next = in.Successor;  // 0 ends the run
         link = FallThrough(instruction);
-        const uint8_t form = in.Form;
-        if (form <= dfShift && form != dfPlain) {
-            QZ_Operand s;
-            r = ReadDecodedSource(in.Source, *table, s);
-            if (r == Qz::rcOK && form == dfBoolean && s.Type != char(ttBOOL)) r = Qz::rcBoolOperand;
-            if (r != Qz::rcOK) {  // failed before the second operand was read
+        QZ_Operand s;
+        switch (in.Shortcut) {
+        case dsMoveVarToRegister:
+            r = readVariable(in.Source, s);
+            if (r != Qz::rcOK) {
                 Pending = in.Source.Token;
-            } else {
-                Pending = in.Last;
-                if (form == dfMove) {
-                    switch (in.Target.Kind) {
-                    case ttVAR: {
-                        Var* var = ResolveVariable(in.Target, *table);
-                        r = var ? StoreVariable(*var, s.Value) : Qz::rcVarNotFound;
-                        break;
-                    }
-                    case ttREF: {
-                        const Var* var = ResolveVariable(in.Target, *table);
-                        r = var ? StoreReference(*var, s.Value) : Qz::rcVarNotFound;
-                        break;
-                    }
-                    case ttNIL:  // discards
-                        break;
-                    case ttPUSH:
-                        Stack.push_back(QZ_StackValue{s.Value, s.Type});
-                        break;
-                    case ttTICK:  // presets the free-running counter
-                        Materialize();
-                        TickLast = ClockMilliseconds();
-                        r = ConvertDim(s.Value, TickValue, char(ttUDINT));
-                        break;
-                    default: {  // A0, R0, R1
-                        QZ_Register& reg = Register(in.Target.Register);
-                        reg.Value = s.Value;
-                        reg.ValueType = s.Type;
-                        break;
-                    }
-                    }
-                } else {
-                    QZ_Register& reg = Register(in.Target.Register);
-                    const QZ_Operand d{reg.Value, reg.ValueType};
-                    QZ_Operand out;
-                    switch (form) {
-                    case dfArithmetic: r = qz::Arithmetic(in.Code, s, d, out); break;
-                    case dfCompare: r = qz::Compare(in.Code, s, d, out); break;
-                    case dfPower: r = qz::Power(s, d, out); break;
-                    case dfBoolean: r = qz::Boolean(in.Code, s, d, out); break;
-                    case dfBits: r = qz::Bits(in.Code, s, d, out); break;
-                    default: r = qz::Shift(in.Code, s, d, out); break;  // dfShift
-                    }
-                    if (r == Qz::rcOK) {
-                        reg.Value = out.Value;
-                        reg.ValueType = out.Type;
-                    }
-                }
-            }
-            next = in.Successor;
-        } else {
-            switch (form) {
-            case dfTest: {
-                Pending = in.Last;
-                TestFlag = (Register(in.Target.Register).Value == 0.0) ? 0 : 1;  // NaN tests true
-                next = in.Successor;
                 break;
             }
-            case dfNot: case dfBitNot: case dfNegate: {
-                Pending = in.Last;
-                QZ_Register& reg = Register(in.Target.Register);
-                const QZ_Operand d{reg.Value, reg.ValueType};
-                QZ_Operand out;
-                r = form == dfNot ? qz::Not(d, out) : form == dfBitNot ? qz::BitNot(d, out) : qz::Negate(d, out);
-                if (r == Qz::rcOK) {
-                    reg.Value = out.Value;
-                    reg.ValueType = out.Type;
-                }
-                next = in.Successor;
+            Pending = in.Last;
+            setRegister(in.Target, s);
+            break;
+        case dsMoveRegisterToVar:
+            Pending = in.Last;
+            r = storeVariable(in.Target, Register(in.Source.Register).Value);
+            break;
+        case dsMoveNumberToRegister:
+            readNumber(in.Source, s);
+            Pending = in.Last;
+            setRegister(in.Target, s);
+            break;
+        case dsMoveNumberToVar:
+            readNumber(in.Source, s);
+            Pending = in.Last;
+            r = storeVariable(in.Target, s.Value);
+            break;
+        case dsMoveVarToVar:
+            r = readVariable(in.Source, s);
+            if (r != Qz::rcOK) {
+                Pending = in.Source.Token;
                 break;
             }
-            case dfJump: {
-                Pending = in.Last;
-                const bool stay = (in.Code == ttJMPF && TestFlag) || (in.Code == ttJMPT && !TestFlag);
-                if (stay) {
-                    next = in.Successor;
+            Pending = in.Last;
+            r = storeVariable(in.Target, s.Value);
+            break;
+        case dsMoveRegisterToRegister:
+            Pending = in.Last;
+            readRegister(in.Source, s);
+            setRegister(in.Target, s);
+            break;
+        case dsArithmeticVar: case dsArithmeticNumber: case dsArithmeticRegister:
+        case dsCompareVar: case dsCompareNumber: case dsCompareRegister: {
+            const uint8_t shortcut = in.Shortcut;
+            if (shortcut == dsArithmeticVar || shortcut == dsCompareVar) {
+                r = readVariable(in.Source, s);
+                if (r != Qz::rcOK) {
+                    Pending = in.Source.Token;
                     break;
                 }
-                if (in.TargetState == QZ_DecodedInstruction::tgUnresolved) ResolveTarget(instruction);
-                const QZ_DecodedInstruction& jump = Decoded.Instructions[instruction - 1];
-                if (jump.TargetState == QZ_DecodedInstruction::tgResolved) {
-                    JumpOperandEnd = Decoded.Tokens[jump.Last - 1].End;
-                    Pending = jump.TargetToken;
-                    link = Taken(instruction);
-                    next = jump.TargetSuccessor;
-                } else if (jump.TargetState == QZ_DecodedInstruction::tgPlain) {
-                    Pending = jump.Keyword;  // runs plainly from its keyword: nothing has happened yet
-                    Materialize();
-                    r = DoCommand();
-                    link = 0;
-                    next = 0;
-                } else {
-                    r = Qz::rcLabelNotFound;  // not registered (yet)
-                    next = 0;
-                }
-                break;
+            } else if (shortcut == dsArithmeticNumber || shortcut == dsCompareNumber) {
+                readNumber(in.Source, s);
+            } else {
+                readRegister(in.Source, s);
             }
-            case dfExec:
-                Pending = in.Last;
-                r = in.Function(this);
-                next = in.Successor;
-                break;
-            case dfCall:
-                r = RunDecodedCall(instruction, depth);
-                table = &CurrentVars();
-                link = r == Qz::rcOK && Decoded.Instructions[instruction - 1].TargetState ==
-                                            QZ_DecodedInstruction::tgResolved
-                           ? Taken(instruction)
-                           : 0;
-                next = link ? Decoded.Instructions[instruction - 1].TargetSuccessor : 0;
-                break;
-            default:  // dfPlain, from its keyword
-                Pending = in.Keyword;
-                Materialize();
-                if (in.Code == ttCAL) {
-                    r = EnterCall();
-                    if (r == Qz::rcOK) ++depth;
-                } else {
-                    r = DoCommand();
-                }
-                table = &CurrentVars();
-                link = 0;
-                next = 0;
-                break;
+            Pending = in.Last;
+            QZ_Register& reg = Register(in.Target.Register);
+            const QZ_Operand d{reg.Value, reg.ValueType};
+            QZ_Operand out;
+            r = shortcut <= dsArithmeticRegister ? qz::Arithmetic(in.Code, s, d, out) : qz::Compare(in.Code, s, d, out);
+            if (r == Qz::rcOK) {
+                reg.Value = out.Value;
+                reg.ValueType = out.Type;
             }
+            break;
+        }
+        default:
+            r = RunByForm(instruction, *table, depth, next, link);
+            if (in.Form == dfPlain || in.Form == dfCall) table = &CurrentVars();
+            break;
         }
 
         if (TraceHook) {
             Materialize();
-            TraceInstruction(Decoded.Instructions[instruction - 1].Start, r);
+            TraceInstruction(in.Start, r);
         }
-        if (r != Qz::rcOK) return r;
-        if (!next) return Qz::rcOK;
+        if (r != Qz::rcOK || !next) break;
         instruction = next;
+    }
+    InstructionsRun = run;
+    linkOut = link;
+    return r;
+}
+
+// A decoded instruction without a shortcut, by its form. Sets `next` to the
+// successor to go on with (0: none) and `link` to the slot it is kept in.
+Qz::uint32_t CQZ_STInterpretator_Execute::RunByForm(uint32_t instruction, CQZ_Vars& table, size_t& depth,
+                                                    uint32_t& next, uint32_t& link) {
+    QZ_DecodedInstruction& in = Decoded.Instructions[instruction - 1];
+    const uint8_t form = in.Form;
+    Qz::uint32_t r = Qz::rcOK;
+    if (form <= dfShift && form != dfPlain) {
+        QZ_Operand s;
+        r = ReadDecodedSource(in.Source, table, s);
+        if (r == Qz::rcOK && form == dfBoolean && s.Type != char(ttBOOL)) r = Qz::rcBoolOperand;
+        if (r != Qz::rcOK) {  // failed before the second operand was read
+            Pending = in.Source.Token;
+            return r;
+        }
+        Pending = in.Last;
+        if (form == dfMove) {
+            switch (in.Target.Kind) {
+            case ttVAR: {
+                Var* var = ResolveVariable(in.Target, table);
+                return var ? StoreVariable(*var, s.Value) : Qz::rcVarNotFound;
+            }
+            case ttREF: {
+                const Var* var = ResolveVariable(in.Target, table);
+                return var ? StoreReference(*var, s.Value) : Qz::rcVarNotFound;
+            }
+            case ttNIL:  // discards
+                return Qz::rcOK;
+            case ttPUSH:
+                Stack.push_back(QZ_StackValue{s.Value, s.Type});
+                return Qz::rcOK;
+            case ttTICK:  // presets the free-running counter
+                Materialize();
+                TickLast = ClockMilliseconds();
+                return ConvertDim(s.Value, TickValue, char(ttUDINT));
+            default: {  // A0, R0, R1
+                QZ_Register& reg = Register(in.Target.Register);
+                reg.Value = s.Value;
+                reg.ValueType = s.Type;
+                return Qz::rcOK;
+            }
+            }
+        }
+        QZ_Register& reg = Register(in.Target.Register);
+        const QZ_Operand d{reg.Value, reg.ValueType};
+        QZ_Operand out;
+        switch (form) {
+        case dfArithmetic: r = qz::Arithmetic(in.Code, s, d, out); break;
+        case dfCompare: r = qz::Compare(in.Code, s, d, out); break;
+        case dfPower: r = qz::Power(s, d, out); break;
+        case dfBoolean: r = qz::Boolean(in.Code, s, d, out); break;
+        case dfBits: r = qz::Bits(in.Code, s, d, out); break;
+        default: r = qz::Shift(in.Code, s, d, out); break;  // dfShift
+        }
+        if (r == Qz::rcOK) {
+            reg.Value = out.Value;
+            reg.ValueType = out.Type;
+        }
+        return r;
+    }
+
+    switch (form) {
+    case dfTest:
+        Pending = in.Last;
+        TestFlag = (Register(in.Target.Register).Value == 0.0) ? 0 : 1;  // NaN tests true
+        return Qz::rcOK;
+    case dfNot: case dfBitNot: case dfNegate: {
+        Pending = in.Last;
+        QZ_Register& reg = Register(in.Target.Register);
+        const QZ_Operand d{reg.Value, reg.ValueType};
+        QZ_Operand out;
+        r = form == dfNot ? qz::Not(d, out) : form == dfBitNot ? qz::BitNot(d, out) : qz::Negate(d, out);
+        if (r == Qz::rcOK) {
+            reg.Value = out.Value;
+            reg.ValueType = out.Type;
+        }
+        return r;
+    }
+    case dfJump: {
+        Pending = in.Last;
+        const bool stay = (in.Code == ttJMPF && TestFlag) || (in.Code == ttJMPT && !TestFlag);
+        if (stay) return Qz::rcOK;
+        if (in.TargetState == QZ_DecodedInstruction::tgUnresolved) ResolveTarget(instruction);
+        const QZ_DecodedInstruction& jump = Decoded.Instructions[instruction - 1];
+        if (jump.TargetState == QZ_DecodedInstruction::tgResolved) {
+            JumpOperandEnd = Decoded.Tokens[jump.Last - 1].End;
+            Pending = jump.TargetToken;
+            link = Taken(instruction);
+            next = jump.TargetSuccessor;
+            return Qz::rcOK;
+        }
+        next = 0;
+        link = 0;
+        if (jump.TargetState == QZ_DecodedInstruction::tgUnresolved) return Qz::rcLabelNotFound;  // not registered (yet)
+        Pending = jump.Keyword;  // runs plainly from its keyword: nothing has happened yet
+        Materialize();
+        return DoCommand();
+    }
+    case dfExec:
+        Pending = in.Last;
+        return in.Function(this);
+    case dfCall:
+        r = RunDecodedCall(instruction, depth);
+        link = 0;
+        next = 0;
+        if (r == Qz::rcOK && Decoded.Instructions[instruction - 1].TargetState == QZ_DecodedInstruction::tgResolved) {
+            link = Taken(instruction);
+            next = Decoded.Instructions[instruction - 1].TargetSuccessor;
+        }
+        return r;
+    default:  // dfPlain, from its keyword
+        Pending = in.Keyword;
+        Materialize();
+        link = 0;
+        next = 0;
+        if (in.Code != ttCAL) return DoCommand();
+        r = EnterCall();
+        if (r == Qz::rcOK) ++depth;
+        return r;
     }
 }
 

@@ -28,6 +28,31 @@ uint32_t KeyHashOf(const char* key, size_t length) {
     return h;
 }
 
+// Copies a record onto another. Every record has nothing but NULs behind its
+// name (lookup pads the name, and copies keep it so), so only the name's own
+// characters and the old name's longer tail need writing to give the same
+// bytes as a full copy of the 255-character buffer: a frame built on every
+// call copies a few bytes a name instead of the whole buffer.
+void CopyRecord(Var& to, const Var& from) {
+    const size_t oldLength = strnlen(to.VarName, sizeof to.VarName);
+    const size_t newLength = strnlen(from.VarName, sizeof from.VarName);
+    std::memcpy(to.VarName, from.VarName, newLength);
+    if (oldLength > newLength) std::memset(to.VarName + newLength, 0, oldLength - newLength);
+    to.VarKind = from.VarKind;
+    to.VarType = from.VarType;
+    to.VarValue = from.VarValue;
+    to.VarIndex = from.VarIndex;
+    to.VarParam1 = from.VarParam1;
+    to.VarParam2 = from.VarParam2;
+    to.VarParam3 = from.VarParam3;
+    to.VarParam4 = from.VarParam4;
+    to.Rewrited = from.Rewrited;
+    to.Next = from.Next;
+    to.KeyHash = from.KeyHash;
+    to.ReferenceSlot = from.ReferenceSlot;
+    to.Ordinal = from.Ordinal;
+}
+
 }  // namespace
 
 size_t NameKey(const char* name, char* key) {
@@ -112,7 +137,7 @@ Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int 
 
 Var* CQZ_Vars::AddRecord(const Var& prototype) {
     Var* var = NewRecord();
-    *var = prototype;
+    CopyRecord(*var, prototype);
     Link(var);
     return var;
 }
@@ -133,7 +158,7 @@ void CQZ_Vars::Link(Var* var) {
             list.push_back(*var);
         } else {
             list.splice(list.end(), FreeListNodes, FreeListNodes.begin());
-            list.back() = *var;
+            CopyRecord(list.back(), *var);
         }
     }
 }
