@@ -49,6 +49,7 @@ bool IsValueRegister(uint8_t code) { return code == ttA0 || code == ttR0 || code
 void CQZ_STInterpretator_Execute::PrepareDecoded() {
     if (Decoded.IsFor(TextVersion)) return;
     Decoded.Reset(TextVersion, TextLen);
+    ClearFramePool();  // retired frames were built from another text
     // The program's table was filled by the loader of this text and gains no
     // records until the next load, which brings a new text version.
     Vars.SetShape(kProgramShape);

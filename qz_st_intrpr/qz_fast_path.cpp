@@ -475,8 +475,11 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedCall(uint32_t instruction, s
     const QZ_FrameTemplate& frame = Decoded.Frames[in.Frame - 1];
     JumpOperandEnd = name.End;
     CallStack.push_back(QZ_FuncStackValue{uint32_t(name.NextTextPos - 1)});
-    CQZ_Vars* table = AcquireFrameTable();
-    for (const Var& record : frame.Records) table->AddRecord(record);
+    CQZ_Vars* table = AcquireFrameTable(frame.Shape);
+    if (table->RecordCount() != 0)
+        table->Revive(frame.Records);  // the table of an earlier call of the same subprogram
+    else
+        for (const Var& record : frame.Records) table->AddRecord(record);
     TableStack.push_back(table);
     table->SetShape(frame.Shape);
     if (frame.HasNumber) {

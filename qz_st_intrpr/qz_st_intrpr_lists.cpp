@@ -12,7 +12,7 @@ CQZ_STInterpretator_Lists::~CQZ_STInterpretator_Lists() {
     for (CQZ_Vars* table : FramePool) delete table;
 }
 
-CQZ_Vars* CQZ_STInterpretator_Lists::AcquireFrameTable() {
+CQZ_Vars* CQZ_STInterpretator_Lists::TakeFrameTable() {
     if (!FramePool.empty()) {
         CQZ_Vars* table = FramePool.back();
         FramePool.pop_back();
@@ -24,8 +24,25 @@ CQZ_Vars* CQZ_STInterpretator_Lists::AcquireFrameTable() {
     return table.release();
 }
 
+CQZ_Vars* CQZ_STInterpretator_Lists::AcquireFrameTable() {
+    CQZ_Vars* table = TakeFrameTable();
+    if (table->RecordCount() != 0) table->Clear();  // a retired table
+    return table;
+}
+
+CQZ_Vars* CQZ_STInterpretator_Lists::AcquireFrameTable(uint32_t shape) {
+    CQZ_Vars* table = TakeFrameTable();
+    if (table->RecordCount() != 0 && !(table->IsRetired() && table->Shape() == shape)) table->Clear();
+    return table;
+}
+
 void CQZ_STInterpretator_Lists::ReleaseFrameTable(CQZ_Vars* table) {
-    table->Clear();
+    // A table of known shape can serve the next call of its subprogram as it
+    // is; any other is emptied now.
+    if (table->Shape() != 0)
+        table->Retire();
+    else
+        table->Clear();
     if (FramePool.size() < kFramePoolLimit)
         FramePool.push_back(table);
     else
@@ -37,4 +54,9 @@ void CQZ_STInterpretator_Lists::DiscardFrames() {
         ReleaseFrameTable(TableStack.back());
         TableStack.pop_back();
     }
+    ClearFramePool();
+}
+
+void CQZ_STInterpretator_Lists::ClearFramePool() {
+    for (CQZ_Vars* table : FramePool) table->Clear();
 }

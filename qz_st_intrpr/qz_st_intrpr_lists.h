@@ -31,12 +31,19 @@ public:
 
 protected:
     // Frame tables are recycled: a call reuses the table of an earlier one.
+    // An empty table:
     CQZ_Vars* AcquireFrameTable();
+    // The next table of the pool as it was retired, when it has `shape`
+    // (ready to be revived), else an empty one.
+    CQZ_Vars* AcquireFrameTable(uint32_t shape);
     void ReleaseFrameTable(CQZ_Vars* table);
-    // Deletes every table left on the table stack.
+    // Releases every table left on the table stack and empties the pooled
+    // ones (their shapes belong to the text they were built from).
     void DiscardFrames();
+    void ClearFramePool();
 
 private:
+    CQZ_Vars* TakeFrameTable();
     static constexpr size_t kFramePoolLimit = 256;
     std::vector<CQZ_Vars*> FramePool;
 };

@@ -144,6 +144,7 @@ Var* CQZ_Vars::AddRecord(const Var& prototype) {
 
 void CQZ_Vars::Link(Var* var) {
     ShapeId = 0;
+    Retired = false;
     var->ReferenceSlot = 0;
     var->Ordinal = uint32_t(Created.size());
     Created.push_back(var);
@@ -177,8 +178,23 @@ bool CQZ_Vars::GetVarsList(std::list<Var>& list, char kind) const {
     return true;
 }
 
+void CQZ_Vars::Retire() {
+    for (Var* var : Created)
+        if (var && Slots && var->ReferenceSlot) Slots->Release(var);
+    Retired = true;
+}
+
+void CQZ_Vars::Revive(const std::vector<Var>& declared) {
+    for (size_t i = 0; i < declared.size(); ++i) {
+        Created[i]->VarValue = declared[i].VarValue;
+        Created[i]->Rewrited = declared[i].Rewrited;
+    }
+    Retired = false;
+}
+
 void CQZ_Vars::Clear() {
     ShapeId = 0;
+    Retired = false;
     for (std::list<Var>& list : Lists) FreeListNodes.splice(FreeListNodes.end(), list);
     // Every record was created through Link, so the creation order reaches
     // them all without walking every bucket: a frame table is cleared on each

@@ -68,6 +68,16 @@ public:
     uint32_t Shape() const { return ShapeId; }
     void SetShape(uint32_t shape) { ShapeId = shape; }
 
+    // A frame table whose call returned: what its records hold outside the
+    // table (MOVA reference slots) is released, but the records stay, so the
+    // next call of the same subprogram can take the table as it is and only
+    // put the declared values back (Revive) instead of building it anew.
+    void Retire();
+    bool IsRetired() const { return Retired; }
+    // Puts back the values and flags of `declared`, the records a call builds,
+    // in creation order; the table is a retired one of the same shape.
+    void Revive(const std::vector<Var>& declared);
+
     // Where this table reports records it releases (for MOVA references).
     void SetReferenceSlots(QZ_ReferenceSlots* slots) { Slots = slots; }
 
@@ -92,6 +102,7 @@ private:
     QZ_ReferenceSlots* Slots = nullptr;
     std::vector<Var*> Created;
     uint32_t ShapeId = 0;
+    bool Retired = false;
 };
 
 // The key a name is found by: upper-cased by Unicode rules when it is valid
