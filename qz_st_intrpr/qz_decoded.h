@@ -93,6 +93,8 @@ enum QZDecodedShortcut : uint8_t {
     dsCompareRegister,
 };
 
+constexpr uint32_t kReturnSuccessor = 0x80000000u;
+
 // An instruction with its operands, at the position of its keyword.
 struct QZ_DecodedInstruction {
     uint8_t Code = 0;  // the instruction's token code
@@ -104,7 +106,8 @@ struct QZ_DecodedInstruction {
     int32_t Next = -1;     // where the next token begins after it
     // The instruction that follows (1 + its index; 0 until a cycle has gone
     // that way): after the operands, and after a taken jump or the BODY of a
-    // called subprogram. Only labels stand between.
+    // called subprogram. Only labels stand between. After the operands there
+    // may be a RET instead: kReturnSuccessor plus 1 + the RET's token.
     uint32_t Successor = 0;
     uint32_t TargetSuccessor = 0;
     QZ_DecodedOperand Source;

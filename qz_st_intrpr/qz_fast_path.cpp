@@ -159,6 +159,8 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedBody(bool callBase, bool& re
 
         if (code == ttRET) {
             if (!inCall) return Qz::rcOK;  // MAIN's RET
+            if (link && onlyLabels && token && !(link & 1))
+                Decoded.Instructions[link / 2 - 1].Successor = kReturnSuccessor | token;
             Materialize();
             if (Qz::uint32_t r = ReturnFromCall()) return r;
             if (depth == 0) return Qz::rcOK;  // the call that started this loop returned
@@ -195,14 +197,19 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedBody(bool callBase, bool& re
             QZ_DecodedInstruction& from = Decoded.Instructions[link / 2 - 1];
             (link & 1 ? from.TargetSuccessor : from.Successor) = instruction;
         }
-        if (Qz::uint32_t r = RunChain(instruction, depth, link)) return r;
+        bool returned = false;
+        if (Qz::uint32_t r = RunChain(instruction, callBase, depth, link, returned)) return r;
+        if (returned) return Qz::rcOK;  // the call that started this loop returned
     }
 }
 
 // Runs `instruction` and those that follow it as long as each one's
-// successor is known. Returns when a statement has to be found by reading
-// tokens, with `linkOut` naming the slot to remember it in (0: none).
-Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, size_t& depth, uint32_t& linkOut) {
+// successor is known, RETs of subprograms included. Returns when a statement
+// has to be found by reading tokens, with `linkOut` naming the slot to
+// remember it in (0: none), or with `returned` when the call that started a
+// body loop of DoCall has returned.
+Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool callBase, size_t& depth,
+                                                   uint32_t& linkOut, bool& returned) {
     CQZ_Vars* table = &CurrentVars();
     // Nothing below decodes instructions, so they stay where they are.
     QZ_DecodedInstruction* const instructions = Decoded.Instructions.data();
@@ -324,6 +331,29 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, size_t&
             TraceInstruction(in.Start, r);
         }
         if (r != Qz::rcOK || !next) break;
+        if (next & kReturnSuccessor) {
+            // A subprogram's RET, as the body loop takes it; then the
+            // instruction after the CAL when it is decoded already.
+            link = 0;
+            if (!callBase && depth == 0) break;  // reached from MAIN: the body loop's case
+            Pending = next & ~kReturnSuccessor;
+            Materialize();
+            r = ReturnFromCall();
+            if (r != Qz::rcOK) break;
+            if (depth == 0) {
+                returned = true;
+                break;
+            }
+            --depth;
+            table = &CurrentVars();
+            const int32_t pos = NextPosition();
+            const uint32_t token = pos >= 0 ? Decoded.At(pos) : 0;
+            if (token == 0 || token == QZ_DecodedProgram::kUndecodable || !Decoded.Tokens[token - 1].Instruction ||
+                !IsInstructionCode(Decoded.Tokens[token - 1].Code))
+                break;
+            Step(token);
+            next = Decoded.Tokens[token - 1].Instruction;
+        }
         instruction = next;
     }
     InstructionsRun = run;

@@ -191,7 +191,7 @@ private:
     void ResolveTarget(uint32_t instruction);
     uint32_t DecodeFrame(int32_t labelStart);
     Qz::uint32_t RunDecodedBody(bool callBase, bool& reachedEnd);
-    Qz::uint32_t RunChain(uint32_t instruction, size_t& depth, uint32_t& link);
+    Qz::uint32_t RunChain(uint32_t instruction, bool callBase, size_t& depth, uint32_t& link, bool& returned);
     Qz::uint32_t RunByForm(uint32_t instruction, CQZ_Vars& table, size_t& depth, uint32_t& next, uint32_t& link);
     Qz::uint32_t RunDecodedCall(uint32_t instruction, size_t& depth);
     Qz::uint32_t ReadDecodedSource(QZ_DecodedOperand& operand, CQZ_Vars& table, QZ_Operand& out);
