@@ -91,6 +91,10 @@ enum QZDecodedShortcut : uint8_t {
     dsCompareVar,  // NE..LE likewise
     dsCompareNumber,
     dsCompareRegister,
+    dsMoveVarToStack,
+    dsMoveStackToVar,
+    dsTest,
+    dsJump,  // JMP JMPF JMPT
 };
 
 constexpr uint32_t kReturnSuccessor = 0x80000000u;
@@ -115,6 +119,7 @@ struct QZ_DecodedInstruction {
     // Jumps and calls: what stands at the label, once it is found.
     enum : uint8_t { tgUnresolved, tgResolved, tgPlain } TargetState = tgUnresolved;
     uint32_t TargetToken = 0;  // jumps: the label token at the label's position
+    int32_t OperandEnd = 0;    // jumps: TokenEnd of the operand, for the trace
     uint32_t Frame = 0;        // calls: index of the frame template
     QZBuiltinFunction Function = nullptr;  // EXEC
 };

@@ -151,7 +151,12 @@ uint8_t RegisterForm(uint8_t code) {
 uint8_t Shortcut(uint8_t form, uint8_t source, uint8_t target) {
     const bool sourceRegister = IsValueRegister(source), targetRegister = IsValueRegister(target);
     if (form == dfMove) {
-        if (source == ttVAR) return targetRegister ? dsMoveVarToRegister : target == ttVAR ? dsMoveVarToVar : dsNone;
+        if (source == ttVAR)
+            return targetRegister ? dsMoveVarToRegister
+                   : target == ttVAR ? dsMoveVarToVar
+                   : target == ttPUSH ? dsMoveVarToStack
+                                      : dsNone;
+        if (source == ttPOP) return target == ttVAR ? dsMoveStackToVar : dsNone;
         if (source == ttNUMBER) return targetRegister ? dsMoveNumberToRegister : target == ttVAR ? dsMoveNumberToVar : dsNone;
         if (sourceRegister)
             return targetRegister ? dsMoveRegisterToRegister : target == ttVAR ? dsMoveRegisterToVar : dsNone;
@@ -163,6 +168,8 @@ uint8_t Shortcut(uint8_t form, uint8_t source, uint8_t target) {
         if (source == ttNUMBER) return uint8_t(base + 1);
         if (sourceRegister) return uint8_t(base + 2);
     }
+    if (form == dfTest) return dsTest;
+    if (form == dfJump) return dsJump;
     return dsNone;
 }
 
@@ -217,6 +224,7 @@ uint32_t CQZ_STInterpretator_Execute::DecodeInstruction(uint32_t keyword) {
     in.Form = form;
     in.Shortcut = Shortcut(form, in.Source.Kind, in.Target.Kind);
     if (form != dfPlain) {
+        in.OperandEnd = Decoded.Tokens[last - 1].End;
         in.Last = last;
         in.Next = Decoded.Tokens[last - 1].Next();
     }

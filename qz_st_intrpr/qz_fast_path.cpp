@@ -243,15 +243,26 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
         reg.ValueType = value.Type;
     };
 
+    // The budget and the trace hook, read again after anything that runs a
+    // host's code (its clock, its trace hook, a plain handler): nothing else
+    // can change them. The shortcuts run no host code.
+    uint64_t limit = 0;
+    QZTraceFunction hook = nullptr;
+    auto readSettings = [&] {
+        limit = InstructionBudget ? InstructionBudget : UINT64_MAX;
+        hook = TraceHook;
+    };
+    readSettings();
+
     for (;;) {
         QZ_DecodedInstruction& in = instructions[instruction - 1];
-        if (InstructionBudget && run >= InstructionBudget) {
+        if (run >= limit) {
             Pending = in.Keyword;
             r = Qz::rcBudgetExhausted;
             break;
         }
         ++run;
-        if (TraceHook) JumpOperandEnd = -1;
+        if (hook) JumpOperandEnd = -1;
 
         r = Qz::rcOK;
         uint32_t next = in.Successor;  // 0 ends the run
@@ -320,15 +331,55 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
             }
             break;
         }
+        case dsMoveVarToStack:
+            r = readVariable(in.Source, s);
+            if (r != Qz::rcOK) {
+                Pending = in.Source.Token;
+                break;
+            }
+            Pending = in.Last;
+            Stack.push_back(QZ_StackValue{s.Value, s.Type});
+            break;
+        case dsMoveStackToVar:
+            if (Stack.empty()) {
+                Pending = in.Source.Token;
+                r = Qz::rcStackEmpty;
+                break;
+            }
+            s.Value = Stack.back().Value;
+            Stack.pop_back();
+            Pending = in.Last;
+            r = storeVariable(in.Target, s.Value);
+            break;
+        case dsTest:
+            Pending = in.Last;
+            TestFlag = (Register(in.Target.Register).Value == 0.0) ? 0 : 1;  // NaN tests true
+            break;
+        case dsJump:
+            if (in.TargetState == QZ_DecodedInstruction::tgResolved) {
+                Pending = in.Last;
+                if ((in.Code == ttJMPF && TestFlag) || (in.Code == ttJMPT && !TestFlag)) break;  // not taken
+                JumpOperandEnd = in.OperandEnd;
+                Pending = in.TargetToken;
+                link = Taken(instruction);
+                next = in.TargetSuccessor;
+                break;
+            }
+            // A target not looked up yet, or not a clean label: by the form.
+            r = RunByForm(instruction, *table, depth, next, link);
+            readSettings();
+            break;
         default:
             r = RunByForm(instruction, *table, depth, next, link);
             if (in.Form == dfPlain || in.Form == dfCall) table = &CurrentVars();
+            readSettings();
             break;
         }
 
-        if (TraceHook) {
+        if (hook) {
             Materialize();
             TraceInstruction(in.Start, r);
+            readSettings();
         }
         if (r != Qz::rcOK || !next) break;
         if (next & kReturnSuccessor) {
@@ -446,7 +497,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunByForm(uint32_t instruction, CQZ_Va
         if (in.TargetState == QZ_DecodedInstruction::tgUnresolved) ResolveTarget(instruction);
         const QZ_DecodedInstruction& jump = Decoded.Instructions[instruction - 1];
         if (jump.TargetState == QZ_DecodedInstruction::tgResolved) {
-            JumpOperandEnd = Decoded.Tokens[jump.Last - 1].End;
+            JumpOperandEnd = jump.OperandEnd;
             Pending = jump.TargetToken;
             link = Taken(instruction);
             next = jump.TargetSuccessor;
