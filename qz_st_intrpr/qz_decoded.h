@@ -95,6 +95,7 @@ enum QZDecodedShortcut : uint8_t {
     dsMoveStackToVar,
     dsTest,
     dsJump,  // JMP JMPF JMPT
+    dsCall,
 };
 
 constexpr uint32_t kReturnSuccessor = 0x80000000u;
@@ -119,7 +120,8 @@ struct QZ_DecodedInstruction {
     // Jumps and calls: what stands at the label, once it is found.
     enum : uint8_t { tgUnresolved, tgResolved, tgPlain } TargetState = tgUnresolved;
     uint32_t TargetToken = 0;  // jumps: the label token at the label's position
-    int32_t OperandEnd = 0;    // jumps: TokenEnd of the operand, for the trace
+    int32_t OperandEnd = 0;    // jumps and calls: TokenEnd of the operand, for the trace
+    uint32_t ReturnIndex = 0;  // calls: where reading resumes after RET
     uint32_t Frame = 0;        // calls: index of the frame template
     QZBuiltinFunction Function = nullptr;  // EXEC
 };

@@ -170,6 +170,7 @@ uint8_t Shortcut(uint8_t form, uint8_t source, uint8_t target) {
     }
     if (form == dfTest) return dsTest;
     if (form == dfJump) return dsJump;
+    if (form == dfCall) return dsCall;
     return dsNone;
 }
 
@@ -225,6 +226,7 @@ uint32_t CQZ_STInterpretator_Execute::DecodeInstruction(uint32_t keyword) {
     in.Shortcut = Shortcut(form, in.Source.Kind, in.Target.Kind);
     if (form != dfPlain) {
         in.OperandEnd = Decoded.Tokens[last - 1].End;
+        in.ReturnIndex = uint32_t(Decoded.Tokens[last - 1].NextTextPos - 1);
         in.Last = last;
         in.Next = Decoded.Tokens[last - 1].Next();
     }

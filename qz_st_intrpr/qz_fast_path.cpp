@@ -369,6 +369,19 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
             r = RunByForm(instruction, *table, depth, next, link);
             readSettings();
             break;
+        case dsCall:
+            if (in.TargetState == QZ_DecodedInstruction::tgResolved) {
+                EnterDecodedFrame(in);
+                ++depth;
+                table = &CurrentVars();
+                link = Taken(instruction);
+                next = in.TargetSuccessor;
+                break;
+            }
+            r = RunByForm(instruction, *table, depth, next, link);
+            table = &CurrentVars();
+            readSettings();
+            break;
         default:
             r = RunByForm(instruction, *table, depth, next, link);
             if (in.Form == dfPlain || in.Form == dfCall) table = &CurrentVars();
@@ -552,10 +565,18 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedCall(uint32_t instruction, s
         return r;
     }
 
-    const QZ_DecodedToken& name = Decoded.Tokens[in.Last - 1];
+    EnterDecodedFrame(in);
+    ++depth;
+    return Qz::rcOK;
+}
+
+// The effects of a successful CAL whose subprogram's declarations are
+// decoded: the return position, a frame with the declared values, and the
+// fields as the scan of BODY leaves them.
+void CQZ_STInterpretator_Execute::EnterDecodedFrame(const QZ_DecodedInstruction& in) {
     const QZ_FrameTemplate& frame = Decoded.Frames[in.Frame - 1];
-    JumpOperandEnd = name.End;
-    CallStack.push_back(QZ_FuncStackValue{uint32_t(name.NextTextPos - 1)});
+    JumpOperandEnd = in.OperandEnd;
+    CallStack.push_back(QZ_FuncStackValue{in.ReturnIndex});
     CQZ_Vars* table = AcquireFrameTable(frame.Shape);
     if (table->RecordCount() != 0)
         table->Revive(frame.Records);  // the table of an earlier call of the same subprogram
@@ -568,6 +589,4 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunDecodedCall(uint32_t instruction, s
         DigitType = frame.NumberType;
     }
     Pending = frame.BodyToken;
-    ++depth;
-    return Qz::rcOK;
 }

@@ -179,8 +179,9 @@ bool CQZ_Vars::GetVarsList(std::list<Var>& list, char kind) const {
 }
 
 void CQZ_Vars::Retire() {
-    for (Var* var : Created)
-        if (var && Slots && var->ReferenceSlot) Slots->Release(var);
+    if (Slots)
+        for (Var* var : Created)
+            if (var && var->ReferenceSlot) Slots->Release(var);
     Retired = true;
 }
 
