@@ -8,6 +8,8 @@
 //      cleared; the name key
 //   3  ConvertDim on any double and any type byte
 //   4  the built-in functions through a small machine of our own
+//   5  the machine alone: instruction after instruction through DoCommand,
+//      CAL included (which the plug-in's cycle runs by other means)
 #include "qz_fuzz_targets.h"
 
 #include "qz_st_interface.h"
@@ -268,11 +270,62 @@ void FuzzBuiltins(const uint8_t* data, size_t size) {
     }
 }
 
+uint32_t StepClock(void* context) { return *static_cast<uint32_t*>(context) += 3; }
+
+// Steps over a token that failed without moving, as the loader does.
+bool StepOver(ScanMachine& m, int32_t before) {
+    if (m.TextPos != before) return true;
+    if (!m.Next()) return false;
+    m.SkipWhite();
+    return true;
+}
+
+void FuzzMachine(const uint8_t* data, size_t size) {
+    if (size < 1) return;
+    const std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
+    ScanMachine m;
+    uint32_t now = 0;
+    m.Clock = StepClock;
+    m.ClockContext = &now;
+    m.InstructionBudget = 2000;  // bounds every CAL's body
+    // A few variables of every kind the instructions meet, one of them a VR.
+    m.Vars.lookup("X", char(ttVG), char(ttDINT), 1.0, 0, true);
+    m.Vars.lookup("B", char(ttV), char(ttBOOL), 1.0, 0, true);
+    m.Vars.lookup("R", char(ttVO), char(ttREAL), 2.5, 0, true);
+    m.Vars.lookup("S", char(ttVIO), char(char(0x21 + data[0] % 8)), -1.0, 0, true);
+    m.Vars.lookup("P", char(ttVR), char(ttLREAL), 0.0, 0, true);
+    for (int i = 0; i < (data[0] & 3); ++i) m.StackPush(char(ttSINT), double(i));
+
+    // Register the labels first, as the loader's pass over the body does.
+    m.Load(text);
+    for (size_t guard = 0; m.CurChar != 0 && guard <= 2 * text.size() + 4; ++guard) {
+        const int32_t before = m.TextPos;
+        const Qz::uint32_t r = m.Scan(m.TokenText);
+        if (r == Qz::rcOK && m.TokenCode == ttEND) break;
+        if (r != Qz::rcOK && !StepOver(m, before)) break;
+    }
+    m.Load(text);
+    for (int steps = 0; steps < 2000 && m.CurChar != 0; ++steps) {
+        const int32_t before = m.TextPos;
+        Qz::uint32_t r = m.Scan(m.TokenText);
+        CheckToken(m);
+        if (r != Qz::rcOK) {
+            if (!StepOver(m, before)) break;
+            continue;
+        }
+        if (m.TokenCode == ttEND) break;
+        if (!IsInstructionCode(m.TokenCode)) continue;
+        r = m.DoCommand();
+        CheckToken(m);
+        QZ_FUZZ_CHECK(Qz::ResultMeaning(r) != nullptr);
+    }
+}
+
 }  // namespace
 
 int QzFuzzText(const uint8_t* data, size_t size) {
     if (size < 1) return 0;
-    const uint8_t piece = data[0] % 5;
+    const uint8_t piece = data[0] % 6;
     ++data;
     --size;
     switch (piece) {
@@ -280,7 +333,8 @@ int QzFuzzText(const uint8_t* data, size_t size) {
     case 1: FuzzLiterals(data, size); break;
     case 2: FuzzVariables(data, size); break;
     case 3: FuzzConvert(data, size); break;
-    default: FuzzBuiltins(data, size); break;
+    case 4: FuzzBuiltins(data, size); break;
+    default: FuzzMachine(data, size); break;
     }
     return 0;
 }

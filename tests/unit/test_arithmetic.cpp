@@ -1,6 +1,7 @@
 // Arithmetic (ADD SUB MUL DIV MOD), comparison (NE EQ GT GE LT LE) and POW:
 // results with their types for every type code, operand order, and every
 // failure code with the state it leaves behind.
+#include "register_cases.h"
 #include "test_machine.h"
 
 #include <gtest/gtest.h>
@@ -13,60 +14,7 @@
 
 namespace {
 
-constexpr char kBOOL = char(ttBOOL);
-constexpr char kSINT = char(ttSINT);
-constexpr char kUSINT = char(ttUSINT);
-constexpr char kINT = char(ttINT);
-constexpr char kUINT = char(ttUINT);
-constexpr char kDINT = char(ttDINT);
-constexpr char kUDINT = char(ttUDINT);
-constexpr char kREAL = char(ttREAL);
-constexpr char kLREAL = char(ttLREAL);
-constexpr char kSTRING = char(ttSTRING);
-constexpr char kNoType = 0;             // what a register holds before it is written
-constexpr char kHighCode = char(0x90);  // negative as a signed byte
-
-const double kNaN = std::numeric_limits<double>::quiet_NaN();
-const double kInf = std::numeric_limits<double>::infinity();
-
-struct Val {
-    double Value;
-    char Type;
-};
-
-// What an instruction leaves: its result code and, on success, the register.
-struct Outcome {
-    Qz::uint32_t Rc;
-    Val Result;
-};
-Outcome Ok(double value, char type) { return Outcome{0, Val{value, type}}; }
-Outcome Fails(Qz::uint32_t rc) { return Outcome{rc, Val{0.0, 0}}; }
-
-std::string Describe(double v) {
-    char buffer[64];
-    std::snprintf(buffer, sizeof buffer, "%.17g", v);
-    return buffer;
-}
-std::string Describe(const Val& v) {
-    return Describe(v.Value) + " type 0x" + [&] {
-        char buffer[8];
-        std::snprintf(buffer, sizeof buffer, "%02x", unsigned(static_cast<unsigned char>(v.Type)));
-        return std::string(buffer);
-    }();
-}
-
-// Exact equality that tells NaN from NaN-free values and -0.0 from 0.0.
-bool SameDouble(double expected, double actual) {
-    if (std::isnan(expected)) return std::isnan(actual);
-    return expected == actual && std::signbit(expected) == std::signbit(actual);
-}
-
-::testing::AssertionResult Holds(const QZ_Register& reg, const Val& expected) {
-    if (SameDouble(expected.Value, reg.Value) && reg.ValueType == expected.Type)
-        return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "register holds " << Describe(Val{reg.Value, reg.ValueType})
-                                         << ", expected " << Describe(expected);
-}
+using namespace register_cases;
 
 class Operators : public ::testing::Test {
 public:

@@ -475,8 +475,10 @@ TEST(HardeningRegressions, SeedProgramsThroughBothTargets) {
             const std::string data = std::string(1, char(flags)) + char(0x80) + text;
             QzFuzzProgram(reinterpret_cast<const uint8_t*>(data.data()), data.size());
         }
-        const std::string scan = std::string(1, '\0') + text;
-        QzFuzzText(reinterpret_cast<const uint8_t*>(scan.data()), scan.size());
+        for (char piece : {'\0', '\5'}) {  // the scanner alone, the machine alone
+            const std::string input = std::string(1, piece) + text;
+            QzFuzzText(reinterpret_cast<const uint8_t*>(input.data()), input.size());
+        }
     }
 }
 
