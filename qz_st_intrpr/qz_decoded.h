@@ -44,15 +44,15 @@ struct QZ_DecodedToken {
 
 // One operand of a decoded instruction.
 struct QZ_DecodedOperand {
-    uint8_t Kind = 0;      // its token code: ttVAR, ttREF, ttNUMBER, a register, ttPOP, ttPUSH, ttTICK, ttNAME
-    uint8_t Register = 0;  // for a register: 0 A0, 1 R0, 2 R1, 3 NIL
-    uint32_t Token = 0;    // index of its token
+    double Number = 0.0;      // for a number: its value (and NumberType its type)
+    uint32_t Token = 0;       // index of its token
     uint32_t NameOffset = 0;  // the name in the text pool (variables, labels, functions)
     // For a variable: where the name was last found, as long as the current
     // table has the same shape (0: not yet found).
     uint32_t Shape = 0;
     uint32_t Ordinal = 0;
-    double Number = 0.0;  // for a number: its value and type
+    uint8_t Kind = 0;      // its token code: ttVAR, ttREF, ttNUMBER, a register, ttPOP, ttPUSH, ttTICK, ttNAME
+    uint8_t Register = 0;  // for a register: 0 A0, 1 R0, 2 R1, 3 NIL
     uint8_t NumberType = 0;
 };
 
@@ -100,8 +100,9 @@ enum QZDecodedShortcut : uint8_t {
 
 constexpr uint32_t kReturnSuccessor = 0x80000000u;
 
-// An instruction with its operands, at the position of its keyword.
-struct QZ_DecodedInstruction {
+// An instruction with its operands, at the position of its keyword. A
+// power-of-two size makes finding the next one a shift.
+struct alignas(128) QZ_DecodedInstruction {
     uint8_t Code = 0;  // the instruction's token code
     uint8_t Form = dfPlain;
     uint8_t Shortcut = dsNone;
