@@ -100,12 +100,23 @@ enum QZDecodedShortcut : uint8_t {
 
 constexpr uint32_t kReturnSuccessor = 0x80000000u;
 
+// Runs of shortcuts that are carried out together, without going back to the
+// dispatch between them, once the successors that make them up are known.
+enum QZDecodedFusion : uint8_t {
+    dfuUnknown,       // not decided yet
+    dfuNone,
+    dfuLoadOperate,   // MOV into a register, then an operator on it
+    dfuLoadOperateStore,  // ... then MOV of the register into a variable
+    dfuOperateTest,   // an operator on a register, then TST of it (and a jump after it)
+};
+
 // An instruction with its operands, at the position of its keyword. A
 // power-of-two size makes finding the next one a shift.
 struct alignas(128) QZ_DecodedInstruction {
     uint8_t Code = 0;  // the instruction's token code
     uint8_t Form = dfPlain;
     uint8_t Shortcut = dsNone;
+    uint8_t Fusion = dfuUnknown;
     uint32_t Keyword = 0;  // index of the keyword's token
     int32_t Start = 0;     // where the keyword begins (TokenStart)
     uint32_t Last = 0;     // index of the last operand's token

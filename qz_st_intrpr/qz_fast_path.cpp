@@ -254,8 +254,70 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
     };
     readSettings();
 
+    // ADD..MOD or NE..LE on a register, with a variable, number or register source.
+    auto operate = [&](QZ_DecodedInstruction& x) -> Qz::uint32_t {
+        QZ_Operand source;
+        const uint8_t shortcut = x.Shortcut;
+        if (shortcut == dsArithmeticVar || shortcut == dsCompareVar) {
+            if (Qz::uint32_t failed = readVariable(x.Source, source)) {
+                Pending = x.Source.Token;
+                return failed;
+            }
+        } else if (shortcut == dsArithmeticNumber || shortcut == dsCompareNumber) {
+            readNumber(x.Source, source);
+        } else {
+            readRegister(x.Source, source);
+        }
+        Pending = x.Last;
+        QZ_Register& reg = Register(x.Target.Register);
+        const QZ_Operand d{reg.Value, reg.ValueType};
+        QZ_Operand out;
+        const Qz::uint32_t result = shortcut <= dsArithmeticRegister ? qz::Arithmetic(x.Code, source, d, out)
+                                                                     : qz::Compare(x.Code, source, d, out);
+        if (result == Qz::rcOK) {
+            reg.Value = out.Value;
+            reg.ValueType = out.Type;
+        }
+        return result;
+    };
+    // A jump whose target is resolved; sets `next` and `link`.
+    auto jump = [&](QZ_DecodedInstruction& x, uint32_t index, uint32_t& next) {
+        Pending = x.Last;
+        next = x.Successor;
+        link = FallThrough(index);
+        if ((x.Code == ttJMPF && TestFlag) || (x.Code == ttJMPT && !TestFlag)) return;  // not taken
+        JumpOperandEnd = x.OperandEnd;
+        Pending = x.TargetToken;
+        link = Taken(index);
+        next = x.TargetSuccessor;
+    };
+
+    // After a MOV into a register: the operator on it, and the MOV of the
+    // result into a variable, when they follow and the budget allows.
+    uint32_t next = 0;
+    auto loadOperate = [&](QZ_DecodedInstruction& load) {
+        const uint8_t fusion = load.Fusion;
+        if (fusion < dfuLoadOperate || fusion > dfuLoadOperateStore || hook) return;
+        if (run + (fusion == dfuLoadOperateStore ? 2 : 1) > limit) return;
+        ++run;
+        instruction = load.Successor;
+        QZ_DecodedInstruction& op = instructions[instruction - 1];
+        link = FallThrough(instruction);
+        next = op.Successor;
+        r = operate(op);
+        if (r != Qz::rcOK || fusion != dfuLoadOperateStore) return;
+        ++run;
+        instruction = op.Successor;
+        QZ_DecodedInstruction& store = instructions[instruction - 1];
+        link = FallThrough(instruction);
+        next = store.Successor;
+        Pending = store.Last;
+        r = storeVariable(store.Target, Register(store.Source.Register).Value);
+    };
+
     for (;;) {
         QZ_DecodedInstruction& in = instructions[instruction - 1];
+        if (in.Fusion == dfuUnknown) DecideFusion(in);
         if (run >= limit) {
             Pending = in.Keyword;
             r = Qz::rcBudgetExhausted;
@@ -265,7 +327,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
         if (hook) JumpOperandEnd = -1;
 
         r = Qz::rcOK;
-        uint32_t next = in.Successor;  // 0 ends the run
+        next = in.Successor;  // 0 ends the run
         link = FallThrough(instruction);
         QZ_Operand s;
         switch (in.Shortcut) {
@@ -277,6 +339,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
             }
             Pending = in.Last;
             setRegister(in.Target, s);
+            loadOperate(in);
             break;
         case dsMoveRegisterToVar:
             Pending = in.Last;
@@ -286,6 +349,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
             readNumber(in.Source, s);
             Pending = in.Last;
             setRegister(in.Target, s);
+            loadOperate(in);
             break;
         case dsMoveNumberToVar:
             readNumber(in.Source, s);
@@ -305,32 +369,30 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
             Pending = in.Last;
             readRegister(in.Source, s);
             setRegister(in.Target, s);
+            loadOperate(in);
             break;
         case dsArithmeticVar: case dsArithmeticNumber: case dsArithmeticRegister:
-        case dsCompareVar: case dsCompareNumber: case dsCompareRegister: {
-            const uint8_t shortcut = in.Shortcut;
-            if (shortcut == dsArithmeticVar || shortcut == dsCompareVar) {
-                r = readVariable(in.Source, s);
-                if (r != Qz::rcOK) {
-                    Pending = in.Source.Token;
-                    break;
+        case dsCompareVar: case dsCompareNumber: case dsCompareRegister:
+            r = operate(in);
+            if (r == Qz::rcOK && in.Fusion == dfuOperateTest && !hook && run < limit) {
+                // TST of the same register, and the jump behind it.
+                ++run;
+                QZ_DecodedInstruction& test = instructions[in.Successor - 1];
+                Pending = test.Last;
+                TestFlag = (Register(test.Target.Register).Value == 0.0) ? 0 : 1;
+                instruction = in.Successor;
+                link = FallThrough(instruction);
+                next = test.Successor;
+                if (next && !(next & kReturnSuccessor) && run < limit) {
+                    QZ_DecodedInstruction& branch = instructions[next - 1];
+                    if (branch.Shortcut == dsJump && branch.TargetState == QZ_DecodedInstruction::tgResolved) {
+                        ++run;
+                        instruction = next;
+                        jump(branch, instruction, next);
+                    }
                 }
-            } else if (shortcut == dsArithmeticNumber || shortcut == dsCompareNumber) {
-                readNumber(in.Source, s);
-            } else {
-                readRegister(in.Source, s);
-            }
-            Pending = in.Last;
-            QZ_Register& reg = Register(in.Target.Register);
-            const QZ_Operand d{reg.Value, reg.ValueType};
-            QZ_Operand out;
-            r = shortcut <= dsArithmeticRegister ? qz::Arithmetic(in.Code, s, d, out) : qz::Compare(in.Code, s, d, out);
-            if (r == Qz::rcOK) {
-                reg.Value = out.Value;
-                reg.ValueType = out.Type;
             }
             break;
-        }
         case dsMoveVarToStack:
             r = readVariable(in.Source, s);
             if (r != Qz::rcOK) {
@@ -357,12 +419,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
             break;
         case dsJump:
             if (in.TargetState == QZ_DecodedInstruction::tgResolved) {
-                Pending = in.Last;
-                if ((in.Code == ttJMPF && TestFlag) || (in.Code == ttJMPT && !TestFlag)) break;  // not taken
-                JumpOperandEnd = in.OperandEnd;
-                Pending = in.TargetToken;
-                link = Taken(instruction);
-                next = in.TargetSuccessor;
+                jump(in, instruction, next);
                 break;
             }
             // A target not looked up yet, or not a clean label: by the form.
@@ -423,6 +480,40 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
     InstructionsRun = run;
     linkOut = link;
     return r;
+}
+
+// Whether `in` starts a run of shortcuts carried out together. Decided once
+// the successors involved are known; they never change afterwards.
+void CQZ_STInterpretator_Execute::DecideFusion(QZ_DecodedInstruction& in) {
+    auto follower = [&](const QZ_DecodedInstruction& x) -> QZ_DecodedInstruction* {
+        return x.Successor && !(x.Successor & kReturnSuccessor) ? &Decoded.Instructions[x.Successor - 1] : nullptr;
+    };
+    auto operatesOn = [](const QZ_DecodedInstruction& x, uint8_t reg) {
+        return x.Shortcut >= dsArithmeticVar && x.Shortcut <= dsCompareRegister && x.Target.Register == reg;
+    };
+    const uint8_t shortcut = in.Shortcut;
+    const uint8_t reg = in.Target.Register;
+    if (shortcut == dsMoveVarToRegister || shortcut == dsMoveNumberToRegister || shortcut == dsMoveRegisterToRegister) {
+        const QZ_DecodedInstruction* op = follower(in);
+        if (!op) return;  // not known yet
+        if (!operatesOn(*op, reg)) {
+            in.Fusion = dfuNone;
+            return;
+        }
+        const QZ_DecodedInstruction* store = follower(*op);
+        if (!store && !op->Successor) return;
+        in.Fusion = store && store->Shortcut == dsMoveRegisterToVar && store->Source.Register == reg
+                        ? dfuLoadOperateStore
+                        : dfuLoadOperate;
+        return;
+    }
+    if (operatesOn(in, reg)) {
+        const QZ_DecodedInstruction* test = follower(in);
+        if (!test) return;
+        in.Fusion = test->Shortcut == dsTest && test->Target.Register == reg ? dfuOperateTest : dfuNone;
+        return;
+    }
+    in.Fusion = dfuNone;
 }
 
 // A decoded instruction without a shortcut, by its form. Sets `next` to the

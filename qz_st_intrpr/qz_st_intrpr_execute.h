@@ -195,6 +195,7 @@ private:
     Qz::uint32_t RunByForm(uint32_t instruction, CQZ_Vars& table, size_t& depth, uint32_t& next, uint32_t& link);
     Qz::uint32_t RunDecodedCall(uint32_t instruction, size_t& depth);
     void EnterDecodedFrame(const QZ_DecodedInstruction& in);
+    void DecideFusion(QZ_DecodedInstruction& in);
     Qz::uint32_t ReadDecodedSource(QZ_DecodedOperand& operand, CQZ_Vars& table, QZ_Operand& out);
     Var* ResolveVariable(QZ_DecodedOperand& operand, CQZ_Vars& table);
     Var* FindVariable(QZ_DecodedOperand& operand, CQZ_Vars& table);
