@@ -42,6 +42,13 @@ inline int32_t SignExtend(uint64_t bits, int width) {
     return AsSigned32((low ^ signBit) - signBit);
 }
 
+// The low 32 bits of the integer view, as a signed 32-bit integer. Values
+// already in the 32-bit range (the usual case) need only the truncation.
+inline int32_t Low32Signed(double v) {
+    if (v > -2147483649.0 && v < 2147483648.0) return static_cast<int32_t>(v);
+    return SignExtend(Low64(v), 32);
+}
+
 // Arithmetic right shift (copies of the sign bit come in) by 0..31.
 inline int32_t ShiftRightArithmetic(int32_t v, uint32_t s) { return v < 0 ? ~(~v >> s) : v >> s; }
 inline int32_t ShiftLeft(int32_t v, uint32_t s) { return AsSigned32(static_cast<uint32_t>(v) << s); }

@@ -32,7 +32,7 @@ inline Qz::uint32_t Narrow(double value, double& out, char type) {
     case ttUSINT: out = double(Low64(value) & 0xFFu); return Qz::rcOK;
     case ttINT: out = SignExtend(Low64(value), 16); return Qz::rcOK;
     case ttUINT: out = double(Low64(value) & 0xFFFFu); return Qz::rcOK;
-    case ttDINT: out = SignExtend(Low64(value), 32); return Qz::rcOK;
+    case ttDINT: out = Low32Signed(value); return Qz::rcOK;
     case ttUDINT: out = double(Low64(value) & 0xFFFFFFFFu); return Qz::rcOK;
     case ttREAL:
         if (value < -kRealLimit)
@@ -90,8 +90,8 @@ inline Qz::uint32_t Arithmetic(uint8_t op, const QZ_Operand& s, const QZ_Operand
         return Qz::rcOK;
     }
 
-    const int32_t a = SignExtend(Low64(s.Value), 32);
-    const int32_t b = SignExtend(Low64(d.Value), 32);
+    const int32_t a = Low32Signed(s.Value);
+    const int32_t b = Low32Signed(d.Value);
     int32_t result;
     switch (op) {
     case ttADD: result = WrapAdd(a, b); break;
