@@ -120,6 +120,12 @@ private:
     }
 };
 
+// The scanner position as a host sees it.
+inline std::string Position(const QZScanPosition& p) {
+    return std::to_string(p.TokenStart) + ".." + std::to_string(p.TokenEnd) + " next " + std::to_string(p.TextPos) +
+           " token " + std::to_string(p.TokenCode);
+}
+
 // The first line where two texts differ, with context.
 inline std::string FirstDifference(const std::string& a, const std::string& b) {
     std::istringstream sa(a), sb(b);
@@ -133,34 +139,47 @@ inline std::string FirstDifference(const std::string& a, const std::string& b) {
     }
 }
 
-// Empty when both paths agree on everything; otherwise where they first differ.
-// `decodedInstructions`, when given, receives how many instructions the
-// decoded side remembered (to show the decoded path was taken).
-inline std::string Compare(const std::string& text, const Options& options, size_t* decodedInstructions = nullptr) {
+// Empty when both paths agree on everything; otherwise where they first
+// differ. The texts are loaded one after another into the same two objects,
+// each followed by its cycles. `decodedInstructions`, when given, receives
+// how many instructions the decoded side remembered of the last text (to
+// show the decoded path was taken).
+inline std::string CompareSequence(const std::vector<std::string>& texts, const Options& options,
+                                   size_t* decodedInstructions = nullptr) {
     Side decoded(false), plain(true);
     decoded.Configure(options);
     plain.Configure(options);
-    const Qz::uint32_t loadDecoded = decoded.Object.InitInterpretator(text);
-    const Qz::uint32_t loadPlain = plain.Object.InitInterpretator(text);
-    std::string a = "load " + std::to_string(loadDecoded) + '\n' + decoded.Snapshot();
-    std::string b = "load " + std::to_string(loadPlain) + '\n' + plain.Snapshot();
-    if (a != b) return "after the load, " + FirstDifference(a, b);
-    for (int cycle = 0; cycle < options.Cycles; ++cycle) {
-        Host hostDecoded, hostPlain;
-        hostDecoded.Cycle = hostPlain.Cycle = size_t(cycle);
-        const Qz::uint32_t rd = decoded.Object.Execute(&hostDecoded);
-        const Qz::uint32_t rp = plain.Object.Execute(&hostPlain);
-        QZScanPosition pd, pp;
-        QZGetScanPosition(&decoded.Object, &pd);
-        QZGetScanPosition(&plain.Object, &pp);
-        a = "result " + std::to_string(rd) + '\n' + hostDecoded.Log.str() + decoded.Trace.str() + decoded.Snapshot();
-        b = "result " + std::to_string(rp) + '\n' + hostPlain.Log.str() + plain.Trace.str() + plain.Snapshot();
-        if (a != b) return "after cycle " + std::to_string(cycle + 1) + ", " + FirstDifference(a, b);
-        decoded.Trace.str("");
-        plain.Trace.str("");
+    for (size_t t = 0; t < texts.size(); ++t) {
+        const std::string text = texts[t];
+        const std::string which = texts.size() > 1 ? "text " + std::to_string(t + 1) + ", " : "";
+        const Qz::uint32_t loadDecoded = decoded.Object.InitInterpretator(text);
+        const Qz::uint32_t loadPlain = plain.Object.InitInterpretator(text);
+        std::string a = "load " + std::to_string(loadDecoded) + '\n' + decoded.Snapshot();
+        std::string b = "load " + std::to_string(loadPlain) + '\n' + plain.Snapshot();
+        if (a != b) return which + "after the load, " + FirstDifference(a, b);
+        for (int cycle = 0; cycle < options.Cycles; ++cycle) {
+            Host hostDecoded, hostPlain;
+            hostDecoded.Cycle = hostPlain.Cycle = size_t(cycle);
+            const Qz::uint32_t rd = decoded.Object.Execute(&hostDecoded);
+            const Qz::uint32_t rp = plain.Object.Execute(&hostPlain);
+            QZScanPosition pd, pp;
+            QZGetScanPosition(&decoded.Object, &pd);
+            QZGetScanPosition(&plain.Object, &pp);
+            a = "result " + std::to_string(rd) + " at " + Position(pd) + '\n' + hostDecoded.Log.str() +
+                decoded.Trace.str() + decoded.Snapshot();
+            b = "result " + std::to_string(rp) + " at " + Position(pp) + '\n' + hostPlain.Log.str() +
+                plain.Trace.str() + plain.Snapshot();
+            if (a != b) return which + "after cycle " + std::to_string(cycle + 1) + ", " + FirstDifference(a, b);
+            decoded.Trace.str("");
+            plain.Trace.str("");
+        }
     }
     if (decodedInstructions) *decodedInstructions = decoded.Object.DecodedForm().Instructions.size();
     return "";
+}
+
+inline std::string Compare(const std::string& text, const Options& options, size_t* decodedInstructions = nullptr) {
+    return CompareSequence({text}, options, decodedInstructions);
 }
 
 }  // namespace qzdiff

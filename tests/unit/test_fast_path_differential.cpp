@@ -292,6 +292,16 @@ const std::vector<std::string>& HandWrittenPrograms() {
         "PROG CALLLABELS MAIN CAL S RET S: X V DINT 0 BODY L1: MOV @X R0 ADD 1 R0 MOV R0 @X GT 3 R0 TST R0 "
         "JMPT L1 BODY L2: RET",
         "PROG CALLSTRAY MAIN CAL S RET S: BODY V RET",
+        // A returned frame's MOVA handle is dead, also when the next call
+        // takes the same table again.
+        "PROG FRAMEREF VAR P VG LREAL 0 MAIN MOV ^P R1 CAL S MOV R0 @P MOV ^P R1 RET S: X V DINT 5 BODY "
+        "MOVA @X R0 MOV 7 ^X RET RET",
+        // Calls of different subprograms, nested and alternating, take
+        // each other's retired tables.
+        "PROG ALTERNATE VAR O VO LREAL 0 MAIN CAL A CAL B CAL A CAL C MOV R0 @O RET "
+        "A: X V DINT 1 Y V REAL 2.5 BODY MOV @X R0 ADD @Y R0 RET "
+        "B: Y V DINT 3 BODY MOV @Y R1 CAL A ADD R1 R0 RET "
+        "C: BODY CAL B CAL B RET RET",
         "PROG MAINRET MAIN CAL S RET S: BODY JMP OUT RET OUT: RET",
         "PROG MAINRET2 VAR A V DINT 0 MAIN JMP S2 RET S: BODY RET S2: CAL S MOV 1 @A RET",
         // Ends of text.
@@ -583,6 +593,20 @@ TEST(FastPathDifferential, MutatedProgramsAgree) {
         ExpectSame(text, options);
         if (HasFailure()) break;
     }
+}
+
+TEST(FastPathDifferential, ReloadedTextsForgetWhatWasDecoded) {
+    // The same label positions, other declarations and instructions: nothing
+    // remembered of the first text (tokens, frames, retired tables) may leak.
+    const std::vector<std::string> texts = {
+        "PROG ONE VAR O VO DINT 0 MAIN CAL S MOV R0 @O RET S: X V DINT 4 BODY MOV @X R0 ADD 1 R0 RET RET",
+        "PROG ONE VAR O VO DINT 0 MAIN CAL S MOV R0 @O RET S: Y V REAL 1.5 BODY MOV @Y R0 MUL 2 R0 RET RET",
+        "PROG ONE VAR O VO DINT 0 MAIN CAL S MOV R0 @O RET S: X V DINT 4 BODY MOV @Y R0 ADD 1 R0 RET RET",
+        "PROG TWO MAIN JMP L MOV 1 R0 L: MOV 2 R1 RET",
+    };
+    EXPECT_EQ(qzdiff::CompareSequence(texts, qzdiff::Options{}), "");
+    std::vector<std::string> reversed(texts.rbegin(), texts.rend());
+    EXPECT_EQ(qzdiff::CompareSequence(reversed, qzdiff::Options{}), "");
 }
 
 TEST(FastPathDifferential, BudgetsStopBothPathsAtTheSameInstruction) {
