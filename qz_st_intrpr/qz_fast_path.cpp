@@ -457,29 +457,58 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunChain(uint32_t instruction, bool ca
             // instruction after the CAL when it is decoded already.
             link = 0;
             if (!callBase && depth == 0) break;  // reached from MAIN: the body loop's case
-            Pending = next & ~kReturnSuccessor;
-            Materialize();
-            r = ReturnFromCall();
-            if (r != Qz::rcOK) break;
-            if (depth == 0) {
-                returned = true;
-                break;
+            const uint32_t resume = depth > 0 ? DecodedReturn() : 0;
+            if (resume) {
+                // The instruction's keyword is scanned right after the RET
+                // and shows in every field, so the RET's own never need to.
+                --depth;
+                table = &CurrentVars();
+                Step(resume);
+                next = Decoded.Tokens[resume - 1].Instruction;
+            } else {
+                Pending = next & ~kReturnSuccessor;
+                Materialize();
+                r = ReturnFromCall();
+                if (r != Qz::rcOK) break;
+                if (depth == 0) {
+                    returned = true;
+                    break;
+                }
+                --depth;
+                table = &CurrentVars();
+                const int32_t pos = NextPosition();
+                const uint32_t token = pos >= 0 ? Decoded.At(pos) : 0;
+                if (token == 0 || token == QZ_DecodedProgram::kUndecodable || !Decoded.Tokens[token - 1].Instruction ||
+                    !IsInstructionCode(Decoded.Tokens[token - 1].Code))
+                    break;
+                Step(token);
+                next = Decoded.Tokens[token - 1].Instruction;
             }
-            --depth;
-            table = &CurrentVars();
-            const int32_t pos = NextPosition();
-            const uint32_t token = pos >= 0 ? Decoded.At(pos) : 0;
-            if (token == 0 || token == QZ_DecodedProgram::kUndecodable || !Decoded.Tokens[token - 1].Instruction ||
-                !IsInstructionCode(Decoded.Tokens[token - 1].Code))
-                break;
-            Step(token);
-            next = Decoded.Tokens[token - 1].Instruction;
         }
         instruction = next;
     }
     InstructionsRun = run;
     linkOut = link;
     return r;
+}
+
+// ReturnFromCall when it succeeds and the caller goes on with a decoded
+// instruction right at the return position: the frame is released and that
+// instruction's keyword token (1 + index) returned. 0, with nothing done,
+// when the plain ReturnFromCall is needed.
+uint32_t CQZ_STInterpretator_Execute::DecodedReturn() {
+    if (CallStack.empty() || TableStack.empty() || !TableStack.back()) return 0;
+    const uint32_t index = CallStack.back().ReturnIndex;
+    if (index >= uint32_t(TextLen)) return 0;
+    const uint32_t token = Decoded.At(int32_t(index));
+    if (token == QZ_DecodedProgram::kNotYet || token == QZ_DecodedProgram::kUndecodable) return 0;
+    const QZ_DecodedToken& keyword = Decoded.Tokens[token - 1];
+    if (!keyword.Instruction || !IsInstructionCode(keyword.Code) || !keyword.EndWritten) return 0;
+    CallStack.pop_back();
+    CQZ_Vars* frame = TableStack.back();
+    TableStack.pop_back();
+    ReleaseFrameTable(frame);
+    return token;
 }
 
 // Whether `in` starts a run of shortcuts carried out together. Decided once

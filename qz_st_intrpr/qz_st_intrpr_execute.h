@@ -196,6 +196,7 @@ private:
     Qz::uint32_t RunDecodedCall(uint32_t instruction, size_t& depth);
     void EnterDecodedFrame(const QZ_DecodedInstruction& in);
     void DecideFusion(QZ_DecodedInstruction& in);
+    uint32_t DecodedReturn();
     Qz::uint32_t ReadDecodedSource(QZ_DecodedOperand& operand, CQZ_Vars& table, QZ_Operand& out);
     Var* ResolveVariable(QZ_DecodedOperand& operand, CQZ_Vars& table);
     Var* FindVariable(QZ_DecodedOperand& operand, CQZ_Vars& table);
