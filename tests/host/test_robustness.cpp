@@ -1,5 +1,5 @@
 // The plug-in as a host sees it, under hostile programs and values: a
-// 1 MB program, 100,000 objects, every special double from the host into
+// 1 MB program, 100,000 objects, every extreme double from the host into
 // every type and through every instruction, recursion 100,000 levels deep on
 // a small thread stack, and endless loops under the instruction budget.
 //
@@ -153,7 +153,7 @@ TEST(RobustnessLifetime, HundredThousandObjects) {
 const char* const kTypes[] = {"BOOL", "SINT", "USINT", "INT", "UINT", "DINT", "UDINT", "REAL", "LREAL"};
 const int kDimensions[] = {1, 2, 3, 4, 5, 6, 7, 10, 11};
 
-TEST(RobustnessValues, SpecialDoublesFromTheHostIntoEveryType) {
+TEST(RobustnessValues, ExtremeDoublesFromTheHostIntoEveryType) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
     const double den = std::numeric_limits<double>::denorm_min();
@@ -204,7 +204,7 @@ TEST(RobustnessValues, SpecialDoublesFromTheHostIntoEveryType) {
     }
 }
 
-TEST(RobustnessValues, SpecialDoublesThroughEveryInstruction) {
+TEST(RobustnessValues, ExtremeDoublesThroughEveryInstruction) {
     const double values[] = {std::numeric_limits<double>::quiet_NaN(),
                              std::numeric_limits<double>::infinity(),
                              -std::numeric_limits<double>::infinity(),
