@@ -21,6 +21,8 @@ public:
     double* Resolve(double handle) const;
     // `var` is being freed: its handles stop resolving.
     void Release(Var* var);
+    // True while some variable holds a slot (has had its address taken).
+    bool AnyHeld() const { return FreeSlots.size() < Slots.size(); }
 
 private:
     // Handles stay below 2^47, so the double that carries one is a positive

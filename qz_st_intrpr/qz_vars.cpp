@@ -179,7 +179,8 @@ bool CQZ_Vars::GetVarsList(std::list<Var>& list, char kind) const {
 }
 
 void CQZ_Vars::Retire() {
-    if (Slots)
+    // Programs that never take an address (MOVA) skip the walk.
+    if (Slots && Slots->AnyHeld())
         for (Var* var : Created)
             if (var && var->ReferenceSlot) Slots->Release(var);
     Retired = true;
