@@ -15,12 +15,16 @@
 // code is one the library documents.
 #include "qz_fuzz_targets.h"
 
+#include "differential.h"
+
 #include "qz_st_interpretator.h"
 #include "qz_st_result_codes.h"
 
 #include <QHash>
 #include <QString>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -173,6 +177,20 @@ int QzFuzzProgram(const uint8_t* data, size_t size) {
         RunCycle(object, host, prefix.size());
     }
     object->Destroy();
+
+    // The decoded path must agree with the plain one on everything a host or
+    // a later cycle could see.
+    qzdiff::Options options;
+    options.Cycles = cycles;
+    options.Budget = budget;
+    options.Trace = trace;
+    const std::string difference =
+        reload ? qzdiff::CompareSequence({text, text.substr(0, text.size() * seed / 255)}, options)
+               : qzdiff::Compare(text, options);
+    if (!difference.empty()) {
+        std::fprintf(stderr, "plain and decoded paths differ: %s\n", difference.c_str());
+        std::abort();
+    }
     return 0;
 }
 
