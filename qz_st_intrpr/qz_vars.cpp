@@ -28,6 +28,16 @@ uint32_t KeyHashOf(const char* key, size_t length) {
     return h;
 }
 
+// A second hash of the key (64-bit FNV-1a). Names that share the bucket hash
+// are easy to craft; comparing this one as well keeps a chain of such names
+// from costing a full key comparison per record, which made loading a program
+// of thousands of crafted names quadratic in their length too.
+uint64_t KeyCheckOf(const char* key, size_t length) {
+    uint64_t h = 0xcbf29ce484222325ull;
+    for (size_t i = 0; i < length; ++i) h = (h ^ static_cast<unsigned char>(key[i])) * 0x100000001b3ull;
+    return h;
+}
+
 // Copies a record onto another. Every record has nothing but NULs behind its
 // name (lookup pads the name, and copies keep it so), so only the name's own
 // characters and the old name's longer tail need writing to give the same
@@ -49,6 +59,7 @@ void CopyRecord(Var& to, const Var& from) {
     to.Rewrited = from.Rewrited;
     to.Next = from.Next;
     to.KeyHash = from.KeyHash;
+    to.KeyCheck = from.KeyCheck;
     to.ReferenceSlot = from.ReferenceSlot;
     to.Ordinal = from.Ordinal;
 }
@@ -109,9 +120,10 @@ Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int 
     char key[kNameKeyMax];
     const size_t keyLength = NameKey(name, key);
     const uint32_t hash = KeyHashOf(key, keyLength);
+    const uint64_t check = KeyCheckOf(key, keyLength);
     Var*& head = Buckets[hash & BucketMask];
     for (Var* var = head; var; var = var->Next) {
-        if (var->KeyHash != hash) continue;
+        if (var->KeyHash != hash || var->KeyCheck != check) continue;
         char other[kNameKeyMax];
         const size_t otherLength = NameKey(var->VarName, other);
         if (otherLength == keyLength && std::memcmp(key, other, keyLength) == 0) return var;
@@ -131,6 +143,7 @@ Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int 
     var->VarParam4 = param4;
     var->Rewrited = false;
     var->KeyHash = hash;
+    var->KeyCheck = check;
     Link(var);
     return var;
 }

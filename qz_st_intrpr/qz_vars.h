@@ -20,10 +20,12 @@ struct Var {
     double VarParam1, VarParam2, VarParam3, VarParam4;
     bool Rewrited;
     Var* Next;
-    // Bookkeeping of this implementation: hash of the name's key, the
-    // reference slot it holds while a MOVA address of it may be in use, and
-    // its place in the order of creation within its table.
+    // Bookkeeping of this implementation: hash of the name's key (and a
+    // second, independent one), the reference slot it holds while a MOVA
+    // address of it may be in use, and its place in the order of creation
+    // within its table.
     uint32_t KeyHash;
+    uint64_t KeyCheck;
     uint32_t ReferenceSlot;
     uint32_t Ordinal;
 };
