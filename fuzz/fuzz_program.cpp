@@ -178,7 +178,7 @@ int QzFuzzProgram(const uint8_t* data, size_t size) {
     }
     object->Destroy();
 
-    // The decoded path must agree with the plain one on everything a host or
+    // The compiled core must agree with the plain one on everything a host or
     // a later cycle could see.
     qzdiff::Options options;
     options.Cycles = cycles;
@@ -188,7 +188,7 @@ int QzFuzzProgram(const uint8_t* data, size_t size) {
         reload ? qzdiff::CompareSequence({text, text.substr(0, text.size() * seed / 255)}, options)
                : qzdiff::Compare(text, options);
     if (!difference.empty()) {
-        std::fprintf(stderr, "plain and decoded paths differ: %s\n", difference.c_str());
+        std::fprintf(stderr, "plain and compiled cores differ: %s\n", difference.c_str());
         std::abort();
     }
     return 0;

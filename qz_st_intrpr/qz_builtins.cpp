@@ -28,18 +28,9 @@ Qz::uint32_t Unary(CQZ_STInterpretator_Interface* machine, double (*f)(double)) 
     return Qz::rcOK;
 }
 
-// CEIL and FLOOR step from the truncated value, then keep 32 bits
-// (NaN and values out of range give -2^31).
 Qz::uint32_t Rounded(CQZ_STInterpretator_Interface* machine, int direction) {
     const Argument x = Pop(machine);
-    double v = x.Value;
-    if (std::fabs(v) < 4503599627370496.0) {  // 2^52: below it doubles may have a fraction
-        const double whole = std::trunc(v);
-        if (direction > 0 && v > whole) v = whole + 1.0;
-        else if (direction < 0 && v < whole) v = whole - 1.0;
-        else v = whole;
-    }
-    machine->SetValueToRegister(char(ttA0), char(ttDINT), qz::TruncToInt32(v));
+    machine->SetValueToRegister(char(ttA0), char(ttDINT), CeilOrFloor(x.Value, direction));
     return Qz::rcOK;
 }
 
@@ -55,24 +46,40 @@ double Ln(double x) { return std::log(x); }
 double Log10(double x) { return std::log10(x); }
 double Sqrt(double x) { return std::sqrt(x); }
 
-struct Entry {
-    const char* Name;
-    Qz::uint32_t (*Function)(CQZ_STInterpretator_Interface*);
-};
-
 // Tried in this order.
-const Entry kFunctions[] = {
-    {"COS", DoCos},     {"SIN", DoSin},     {"TAN", DoTan},     {"ACOS", DoACos}, {"ASIN", DoASin},
-    {"ATAN", DoATan},   {"CEIL", DoCeil},   {"FLOOR", DoFloor}, {"ROUND", DoRound}, {"EXP", DoExp},
-    {"FABS", DoFabs},   {"LN", DoLn},       {"LOG10", DoLog10}, {"POW", DoPow},   {"SQRT", DoSqrt},
+const BuiltinEntry kFunctions[] = {
+    {"COS", DoCos, Cos, bkUnary},       {"SIN", DoSin, Sin, bkUnary},       {"TAN", DoTan, Tan, bkUnary},
+    {"ACOS", DoACos, ACos, bkUnary},    {"ASIN", DoASin, ASin, bkUnary},    {"ATAN", DoATan, ATan, bkUnary},
+    {"CEIL", DoCeil, nullptr, bkCeil},  {"FLOOR", DoFloor, nullptr, bkFloor}, {"ROUND", DoRound, nullptr, bkRound},
+    {"EXP", DoExp, Exp, bkUnary},       {"FABS", DoFabs, Fabs, bkUnary},    {"LN", DoLn, Ln, bkUnary},
+    {"LOG10", DoLog10, Log10, bkUnary}, {"POW", DoPow, nullptr, bkPow},     {"SQRT", DoSqrt, Sqrt, bkUnary},
 };
 
 }  // namespace
 
-QZBuiltinFunction FindBuiltin(const QString& name) {
-    for (const Entry& entry : kFunctions)
-        if (name.compare(QLatin1String(entry.Name), Qt::CaseInsensitive) == 0) return entry.Function;
+// CEIL and FLOOR step from the truncated value, then keep 32 bits
+// (NaN and values out of range give -2^31).
+double CeilOrFloor(double v, int direction) {
+    if (std::fabs(v) < 4503599627370496.0) {  // 2^52: below it doubles may have a fraction
+        const double whole = std::trunc(v);
+        if (direction > 0 && v > whole) v = whole + 1.0;
+        else if (direction < 0 && v < whole) v = whole - 1.0;
+        else v = whole;
+    }
+    return qz::TruncToInt32(v);
+}
+
+const BuiltinEntry* BuiltinTable() { return kFunctions; }
+
+const BuiltinEntry* FindBuiltinEntry(const QString& name) {
+    for (const BuiltinEntry& entry : kFunctions)
+        if (name.compare(QLatin1String(entry.Name), Qt::CaseInsensitive) == 0) return &entry;
     return nullptr;
+}
+
+QZBuiltinFunction FindBuiltin(const QString& name) {
+    const BuiltinEntry* entry = FindBuiltinEntry(name);
+    return entry ? entry->Function : nullptr;
 }
 
 Qz::uint32_t DoBildInFunctions(CQZ_STInterpretator_Interface* machine, QString& name) {

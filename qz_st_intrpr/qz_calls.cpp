@@ -10,12 +10,9 @@
 #include "qz_assert.h"
 #include <cstring>
 
-Qz::uint32_t CQZ_STInterpretator_Execute::RunBody(bool callBase, bool& reachedEnd) {
-    return UseDecodedPath() ? RunBodyDecoded(callBase, reachedEnd) : RunBodyPlain(callBase, reachedEnd);
-}
-
-Qz::uint32_t CQZ_STInterpretator_Execute::RunBodyPlain(bool callBase, bool& reachedEnd) {
-    size_t depth = 0;  // calls entered by this loop and not yet returned from
+Qz::uint32_t CQZ_STInterpretator_Execute::RunBodyPlain(bool callBase, size_t depth, bool& reachedEnd) {
+    // `depth`: calls entered (by this loop, or by the compiled code that
+    // handed over to it) and not yet returned from.
     reachedEnd = false;
     for (;;) {
         if (TokenCode == ttEND) {
@@ -73,7 +70,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::EnterCall() {
     if (TokenCode != ttLABEL) return Qz::rcNoLabelToken;
     if (Qz::uint32_t r = FillFuncVariablesList()) return r;
     // Every table built from the declarations at this label holds the same
-    // names in the same order: the decoded path finds them by ordinal.
+    // names in the same order: a later call may revive this one.
     TableStack.back()->SetShape(FrameShape(label->LabelStart));
     return Qz::rcOK;
 }

@@ -4,6 +4,13 @@
 #include <sched.h>
 #include <sys/time.h>
 
+CQZ_STInterpretator_Execute::CQZ_STInterpretator_Execute() {
+    // Room for what ordinary programs need, so that cycles do not allocate.
+    Stack.reserve(kInitialStackDepth);
+    CallStack.reserve(kInitialStackDepth);
+    ReturnStack.reserve(kInitialStackDepth);
+}
+
 CQZ_STInterpretator_Execute::~CQZ_STInterpretator_Execute() = default;
 
 // ---- The four operations built-ins reach the machine through ----

@@ -3,16 +3,17 @@
 // Implemented in qz_scanner.cpp (Scan), qz_machine.cpp (values, registers,
 // operands, TICK), qz_commands.cpp (dispatch, moves, jumps, one-register
 // instructions), qz_operators.cpp (two-operand instructions) and qz_calls.cpp
-// (CAL, RET and the body loop).
+// (CAL, RET and the reading body loop); the compiled core in qz_compiler.cpp
+// (translation) and qz_vm.cpp (the dispatch loop).
 #ifndef QZ_ST_INTRPR_EXECUTE_H
 #define QZ_ST_INTRPR_EXECUTE_H
 
-#include "qz_decoded.h"
+#include "qz_compiled.h"
 #include "qz_operations.h"
 #include "qz_st_interface.h"
 #include "qz_st_intrpr_lists.h"
 
-#include <deque>
+#include <vector>
 
 struct QZ_StackValue {
     double Value;
@@ -30,7 +31,7 @@ struct QZ_Register {
 
 class CQZ_STInterpretator_Execute : public CQZ_STInterpretator_Lists, public CQZ_STInterpretator_Interface {
 public:
-    CQZ_STInterpretator_Execute() = default;
+    CQZ_STInterpretator_Execute();
     ~CQZ_STInterpretator_Execute() override;
 
     // Declared in this order: it is the order of their slots in the object's
@@ -61,8 +62,10 @@ public:
     QZ_Register R0{0.0, 0};
     QZ_Register R1{0.0, 0};
     char TestFlag = 0;
-    std::deque<QZ_StackValue> Stack;
-    std::deque<QZ_FuncStackValue> CallStack;
+    // Flat stacks: a vector keeps its storage when it shrinks, so pushes and
+    // pops stop allocating once a program has reached its deepest point.
+    std::vector<QZ_StackValue> Stack;
+    std::vector<QZ_FuncStackValue> CallStack;
 
     // Host extensions (budget, clock, trace).
     uint64_t InstructionBudget = 0;  // 0: unlimited
@@ -71,34 +74,30 @@ public:
     QZTraceFunction TraceHook = nullptr;
     void* TraceContext = nullptr;
 
-    // Runs every instruction by scanning its text, as the first cycle does,
-    // instead of replaying what earlier cycles decoded. Both ways leave the
-    // same results, host calls and machine state; the plain one is the
-    // reference the decoded one is checked against.
+    // Runs every instruction by reading its text, as the reading interpreter
+    // does, instead of running the compiled form. Both leave the same results,
+    // host calls and machine state; the reading one is the reference the
+    // compiled one is checked against.
     bool PlainPath = false;
-    // For tests and diagnostics: what the decoded path remembers, and
-    // whether the scanner's fields show the last token read (always, except
-    // inside a body the decoded path is running).
-    const QZ_DecodedProgram& DecodedForm() const { return Decoded; }
-    bool ScannerFieldsCurrent() const { return Pending == 0; }
+    // For tests and diagnostics: the compiled form of the current text.
+    const QZ_CompiledProgram& CompiledForm() const { return Compiled; }
 
 protected:
+    friend class QZ_Compiler;
     // True when the four virtual operations above are this class's own, so
-    // the decoded path may reach registers and the stack directly. Set by the
-    // plug-in object, which no class can derive from; a class that overrides
-    // them runs the plain path, which calls them through their slots.
+    // the compiled core may reach registers and the stack directly. Set by
+    // the plug-in object, which no class can derive from; a class that
+    // overrides them runs the reading path, which calls them through their slots.
     bool OwnMachineOperations = false;
-    bool UseDecodedPath() const { return OwnMachineOperations && !PlainPath && TextLen <= kDecodedTextLimit; }
-    // The decoded form keeps an entry per character; longer texts run plainly.
-    static constexpr int32_t kDecodedTextLimit = 1 << 24;
 
     // Runs instructions from the current token until the body that was
-    // entered ends: MAIN's RET (callBase false), the RET of the subprogram
-    // whose call started the loop (callBase true), or the final RET of the
-    // text (`reachedEnd`). Nested CALs are followed without native recursion.
-    Qz::uint32_t RunBody(bool callBase, bool& reachedEnd);
-    Qz::uint32_t RunBodyPlain(bool callBase, bool& reachedEnd);
-    Qz::uint32_t RunBodyDecoded(bool callBase, bool& reachedEnd);
+    // entered ends: MAIN's RET (callBase false, no call pending), the RET of
+    // the subprogram whose call started the loop (callBase true), or the
+    // final RET of the text (`reachedEnd`). `depth` calls are pending already
+    // (entered by compiled code before it handed over). Nested CALs are
+    // followed without native recursion.
+    Qz::uint32_t RunBody(bool callBase, bool& reachedEnd) { return RunBodyPlain(callBase, 0, reachedEnd); }
+    Qz::uint32_t RunBodyPlain(bool callBase, size_t depth, bool& reachedEnd);
     uint64_t InstructionsRun = 0;  // in the current Execute
     int32_t JumpOperandEnd = -1;   // where a jump's or call's operand ended, for traces
 
@@ -106,30 +105,31 @@ protected:
     uint32_t ClockMilliseconds();
     double ReadTick();
 
-    // ---- The decoded path (qz_decoder.cpp, qz_fast_path.cpp) ----
-    // Makes the decoded form belong to the current text.
-    void PrepareDecoded();
-    // The token at `pos` (1 + its index), scanned once and then remembered;
-    // 0 when it has to be scanned (the scan fails there, or would register
-    // a label that is not registered yet).
-    uint32_t DecodedTokenAt(int32_t pos);
-    // The fields as the last scan left them; the decoded path keeps them
-    // pending in `Pending` (1 + token index) while it runs.
-    void ShowToken(const QZ_DecodedToken& token);
-    // Makes `token` the pending one: the last token the fields should show.
-    void Step(uint32_t token);
-    void Materialize() {
-        if (Pending) {
-            ShowToken(Decoded.Tokens[Pending - 1]);
-            Pending = 0;
-        }
-    }
-    // The position where the next token begins, or -1 when the next scan is
-    // to be left to Scan (end of text, or a position the fields do not match).
-    int32_t NextPosition() const;
-    QZ_DecodedProgram Decoded;
-    uint32_t Pending = 0;
-    bool SuppressLabelRegistration = false;  // Scan without side effects, for decoding
+    // ---- The compiled core (qz_compiler.cpp, qz_vm.cpp) ----
+    // Compiles the text when needed; true when this cycle runs compiled.
+    bool PrepareCompiled();
+    // Runs MAIN's body from its compiled form (the scanner is at MAIN).
+    Qz::uint32_t RunCompiled(bool& reachedEnd);
+    void RestoreSnapshot(const QZ_ScanSnapshot& snapshot);
+    QZ_CompiledProgram Compiled;
+    bool SuppressLabelRegistration = false;  // Scan without side effects, for compiling
+
+private:
+    template <bool kBudget>
+    Qz::uint32_t RunCode(bool& reachedEnd);
+    // One instruction carried out by its handler, from its keyword.
+    Qz::uint32_t RunDelegated(int32_t keyword);
+    // The rest of the cycle on the reading loop, from `pos`, with the fields
+    // as the scan of the token at `prev` left them.
+    Qz::uint32_t RunEscaped(int32_t prev, int32_t pos, bool& reachedEnd);
+    // Limit on how often one text is compiled again (labels registered as a
+    // text without a VAR section runs make the compiled form stale).
+    static constexpr uint32_t kMaxCompilations = 8;
+    static constexpr size_t kInitialStackDepth = 64;
+    uint32_t CompiledVersion = 0;
+    uint32_t Compilations = 0;
+    std::vector<uint32_t> ReturnStack;  // compiled return points of pending calls
+    int32_t LastRetPos = 0;             // the subprogram RET run last
 
 private:
     typedef Qz::uint32_t (CQZ_STInterpretator_Execute::*Handler)(char code);
@@ -184,24 +184,6 @@ private:
     Qz::uint32_t DoNegate(char code);
     Qz::uint32_t DoPowCommand(char code);
     Qz::uint32_t DoRetCommand(char code);
-
-    // The decoded path.
-    uint32_t DecodeInstruction(uint32_t keyword);
-    bool DecodeOperand(int32_t pos, QZ_DecodedOperand& operand);
-    void ResolveTarget(uint32_t instruction);
-    uint32_t DecodeFrame(int32_t labelStart);
-    Qz::uint32_t RunDecodedBody(bool callBase, bool& reachedEnd);
-    Qz::uint32_t RunChain(uint32_t instruction, bool callBase, size_t& depth, uint32_t& link, bool& returned);
-    Qz::uint32_t RunByForm(uint32_t instruction, CQZ_Vars& table, size_t& depth, uint32_t& next, uint32_t& link);
-    Qz::uint32_t RunDecodedCall(uint32_t instruction, size_t& depth);
-    void EnterDecodedFrame(const QZ_DecodedInstruction& in);
-    void DecideFusion(QZ_DecodedInstruction& in);
-    uint32_t DecodedReturn();
-    Qz::uint32_t ReadDecodedSource(QZ_DecodedOperand& operand, CQZ_Vars& table, QZ_Operand& out);
-    Var* ResolveVariable(QZ_DecodedOperand& operand, CQZ_Vars& table);
-    Var* FindVariable(QZ_DecodedOperand& operand, CQZ_Vars& table);
-    QZ_Register& Register(uint8_t index) { return this->*kRegisters[index]; }
-    static QZ_Register CQZ_STInterpretator_Execute::* const kRegisters[3];
 
     // Calls.
     Qz::uint32_t EnterCall();

@@ -5,6 +5,7 @@
 
 CQZ_STInterpretator_Lists::CQZ_STInterpretator_Lists() : Vars(ProgramBuckets, CQZ_Vars::kProgramBuckets) {
     Vars.SetReferenceSlots(&References);
+    TableStack.reserve(64);
 }
 
 CQZ_STInterpretator_Lists::~CQZ_STInterpretator_Lists() {

@@ -8,7 +8,6 @@
 #include "qz_st_intrpr_text.h"
 #include "qz_vars.h"
 
-#include <deque>
 #include <vector>
 
 class CQZ_STInterpretator_Lists : public CQZ_STInterpretator_Digit {
@@ -25,7 +24,7 @@ public:
     CQZ_Labels Labels;
     Var* ProgramBuckets[CQZ_Vars::kProgramBuckets];
     CQZ_Vars Vars;
-    std::deque<CQZ_Vars*> TableStack;
+    std::vector<CQZ_Vars*> TableStack;
     int32_t DeclCounters[CQZ_Vars::kKindCount] = {};
     int32_t DeclReserved = 0;
 

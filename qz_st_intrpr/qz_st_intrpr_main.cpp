@@ -200,13 +200,18 @@ void CQZ_STInterpretator::BuildHostEntries() {
 // ---- Execution cycle ----
 
 Qz::uint32_t CQZ_STInterpretator::Execute(IQZExecuteInterface* exec) {
-    if (Qz::uint32_t r = UseDecodedPath() ? EnterMainDecoded() : EnterMain()) return r;
+    // The compiled form knows where MAIN is and what scanning it leaves.
+    const bool compiled = PrepareCompiled();
+    if (compiled)
+        RestoreSnapshot(Compiled.Snapshots[Compiled.MainSnapshot]);
+    else if (Qz::uint32_t r = EnterMain())
+        return r;
     if (Qz::uint32_t r = ExecuteInitVars()) return r;
     if (Qz::uint32_t r = UpdateInEntries(exec)) return r;
 
     InstructionsRun = 0;
     bool reachedEnd;
-    if (Qz::uint32_t r = RunBody(false, reachedEnd)) return r;
+    if (Qz::uint32_t r = compiled ? RunCompiled(reachedEnd) : RunBodyPlain(false, 0, reachedEnd)) return r;
     // The text's final RET ends the cycle whatever calls are pending; an
     // earlier RET of MAIN does so only when every call has returned.
     if (!reachedEnd && !CallStack.empty()) return Qz::rcRetWithCallsPending;
@@ -218,26 +223,6 @@ Qz::uint32_t CQZ_STInterpretator::EnterMain() {
     if (!main) return Qz::rcNoLabelToken;
     if (Qz::uint32_t r = SeekTo(main->LabelStart)) return r;
     if (Qz::uint32_t r = Scan(TokenText)) return r;
-    if (TokenCode != ttMAIN) return Qz::rcNoLabelToken;
-    return SkipWhite();
-}
-
-// EnterMain without a label look-up or a scan on every cycle: MAIN's place is
-// fixed once it is registered, and so is the token there.
-Qz::uint32_t CQZ_STInterpretator::EnterMainDecoded() {
-    PrepareDecoded();
-    if (Decoded.MainStart < 0) {
-        const Label* main = Labels.lookup("MAIN", 0, 0, false);
-        if (!main) return Qz::rcNoLabelToken;
-        Decoded.MainStart = main->LabelStart;
-    }
-    if (Qz::uint32_t r = SeekTo(Decoded.MainStart)) return r;
-    if (const uint32_t token = DecodedTokenAt(Decoded.MainStart)) {
-        Step(token);
-        Materialize();
-    } else if (Qz::uint32_t r = Scan(TokenText)) {
-        return r;
-    }
     if (TokenCode != ttMAIN) return Qz::rcNoLabelToken;
     return SkipWhite();
 }

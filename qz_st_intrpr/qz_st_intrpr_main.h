@@ -19,7 +19,7 @@
 class CQZ_STInterpretator final : public CQZ_STInterpretator_Execute, public qz_st_interpretator::IQZSTInterpretator {
 public:
     // The plug-in class is final and overrides none of the machine's four
-    // virtual operations, so its instructions may take the decoded path.
+    // virtual operations, so its programs may run compiled.
     CQZ_STInterpretator() { OwnMachineOperations = true; }
     ~CQZ_STInterpretator() override = default;
 
@@ -30,7 +30,6 @@ public:
 private:
     // Moves the scanner behind the MAIN keyword at the start of a cycle.
     Qz::uint32_t EnterMain();
-    Qz::uint32_t EnterMainDecoded();
     Qz::uint32_t LoadProgram();
     Qz::uint32_t FindProgramHeader();
     Qz::uint32_t ReadProgramName();

@@ -62,6 +62,7 @@ public:
     // Records in the order they were created; Ordinal indexes it.
     uint32_t RecordCount() const { return uint32_t(Created.size()); }
     Var* Record(uint32_t ordinal) const { return Created[ordinal]; }
+    Var* const* RecordData() const { return Created.data(); }
 
     // A table's shape is a promise that it holds the same names, created in
     // the same order, as every other table of the same nonzero shape, so a

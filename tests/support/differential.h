@@ -1,5 +1,5 @@
-// Runs one program text through two interpreter objects, one on the decoded
-// path and one on the plain path, and compares everything either leaves
+// Runs one program text through two interpreter objects, one on the compiled
+// core and one on the plain path, and compares everything either leaves
 // behind after the load and after every cycle: result codes, host calls,
 // registers, TestFlag, the value stack, the call and table stacks, the tick
 // counter, every variable record, the label count, the scanner's position
@@ -96,8 +96,7 @@ public:
         s << "tick " << Bits(m.TickValue) << ' ' << m.TickLast << '\n';
         s << "scanner " << m.TokenStart << ' ' << m.TokenEnd << ' ' << m.TextPos << ' ' << int(m.CurChar) << ' '
           << int(m.TokenCode) << ' ' << m.TokenLength << " '" << std::string(m.TokenText, size_t(m.TokenLength))
-          << "' digit " << Bits(m.DigitValue) << ' ' << int(m.DigitType) << " current "
-          << m.ScannerFieldsCurrent() << '\n';
+          << "' digit " << Bits(m.DigitValue) << ' ' << int(m.DigitType) << '\n';
         Table(s, "program", m.Vars);
         for (const CQZ_Vars* table : m.TableStack) Table(s, "frame", *table);
         return s.str();
@@ -141,45 +140,45 @@ inline std::string FirstDifference(const std::string& a, const std::string& b) {
 
 // Empty when both paths agree on everything; otherwise where they first
 // differ. The texts are loaded one after another into the same two objects,
-// each followed by its cycles. `decodedInstructions`, when given, receives
-// how many instructions the decoded side remembered of the last text (to
-// show the decoded path was taken).
+// each followed by its cycles. `compiledInstructions`, when given, receives
+// how many instructions the compiled side remembered of the last text (to
+// show the compiled core was taken).
 inline std::string CompareSequence(const std::vector<std::string>& texts, const Options& options,
-                                   size_t* decodedInstructions = nullptr) {
-    Side decoded(false), plain(true);
-    decoded.Configure(options);
+                                   size_t* compiledInstructions = nullptr) {
+    Side compiled(false), plain(true);
+    compiled.Configure(options);
     plain.Configure(options);
     for (size_t t = 0; t < texts.size(); ++t) {
         const std::string text = texts[t];
         const std::string which = texts.size() > 1 ? "text " + std::to_string(t + 1) + ", " : "";
-        const Qz::uint32_t loadDecoded = decoded.Object.InitInterpretator(text);
+        const Qz::uint32_t loadCompiled = compiled.Object.InitInterpretator(text);
         const Qz::uint32_t loadPlain = plain.Object.InitInterpretator(text);
-        std::string a = "load " + std::to_string(loadDecoded) + '\n' + decoded.Snapshot();
+        std::string a = "load " + std::to_string(loadCompiled) + '\n' + compiled.Snapshot();
         std::string b = "load " + std::to_string(loadPlain) + '\n' + plain.Snapshot();
         if (a != b) return which + "after the load, " + FirstDifference(a, b);
         for (int cycle = 0; cycle < options.Cycles; ++cycle) {
-            Host hostDecoded, hostPlain;
-            hostDecoded.Cycle = hostPlain.Cycle = size_t(cycle);
-            const Qz::uint32_t rd = decoded.Object.Execute(&hostDecoded);
+            Host hostCompiled, hostPlain;
+            hostCompiled.Cycle = hostPlain.Cycle = size_t(cycle);
+            const Qz::uint32_t rd = compiled.Object.Execute(&hostCompiled);
             const Qz::uint32_t rp = plain.Object.Execute(&hostPlain);
             QZScanPosition pd, pp;
-            QZGetScanPosition(&decoded.Object, &pd);
+            QZGetScanPosition(&compiled.Object, &pd);
             QZGetScanPosition(&plain.Object, &pp);
-            a = "result " + std::to_string(rd) + " at " + Position(pd) + '\n' + hostDecoded.Log.str() +
-                decoded.Trace.str() + decoded.Snapshot();
+            a = "result " + std::to_string(rd) + " at " + Position(pd) + '\n' + hostCompiled.Log.str() +
+                compiled.Trace.str() + compiled.Snapshot();
             b = "result " + std::to_string(rp) + " at " + Position(pp) + '\n' + hostPlain.Log.str() +
                 plain.Trace.str() + plain.Snapshot();
             if (a != b) return which + "after cycle " + std::to_string(cycle + 1) + ", " + FirstDifference(a, b);
-            decoded.Trace.str("");
+            compiled.Trace.str("");
             plain.Trace.str("");
         }
     }
-    if (decodedInstructions) *decodedInstructions = decoded.Object.DecodedForm().Instructions.size();
+    if (compiledInstructions) *compiledInstructions = compiled.Object.CompiledForm().Code.size();
     return "";
 }
 
-inline std::string Compare(const std::string& text, const Options& options, size_t* decodedInstructions = nullptr) {
-    return CompareSequence({text}, options, decodedInstructions);
+inline std::string Compare(const std::string& text, const Options& options, size_t* compiledInstructions = nullptr) {
+    return CompareSequence({text}, options, compiledInstructions);
 }
 
 }  // namespace qzdiff
