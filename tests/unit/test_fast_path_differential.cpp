@@ -567,6 +567,7 @@ TEST(FastPathDifferential, ProgramsOfTheOtherTestsAgree) {
 TEST(FastPathDifferential, GeneratedProgramsAgree) {
     Generator g(SeedFromEnvironment());
     const int count = CountFromEnvironment();
+    ASSERT_GT(count, 0) << "QZ_DIFF_COUNT runs no program";
     for (int i = 0; i < count; ++i) {
         const std::string text = g.Program();
         qzdiff::Options options;
@@ -583,6 +584,7 @@ TEST(FastPathDifferential, MutatedProgramsAgree) {
     for (const std::string& text : CollectedPrograms()) seeds.push_back(text);
     for (int i = 0; i < 200; ++i) seeds.push_back(g.Program());
     const int count = CountFromEnvironment();
+    ASSERT_GT(count, 0) << "QZ_DIFF_COUNT runs no program";
     for (int i = 0; i < count; ++i) {
         std::string text = seeds[size_t(g.Pick(int(seeds.size())))];
         const int changes = 1 + g.Pick(3);
