@@ -91,7 +91,8 @@ QZ_EXPORT void QZSetClock(qz_st_interpretator::IQZSTInterpretator* object, QZClo
 // What a trace hook sees after each executed instruction.
 struct QZTraceEvent {
     int32_t InstructionStart;  // text offset of the instruction keyword
-    int32_t InstructionEnd;    // text offset one past its last operand
+    int32_t InstructionEnd;    // text offset one past its last operand (for an instruction
+                               // that failed at an operand, one past that operand)
     uint32_t Result;           // the instruction's result code
     double A0, R0, R1;         // registers after the instruction
     char A0Type, R0Type, R1Type;

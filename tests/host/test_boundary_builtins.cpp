@@ -32,7 +32,7 @@ TEST_P(BoundaryBuiltinTest, ExportedDispatchByName) {
     ExpectResult(machine, GetParam(), TheLibrary().Dispatch()(&machine, name));
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, BoundaryBuiltinTest, ::testing::ValuesIn(AllCases()));
+INSTANTIATE_TEST_SUITE_P(Functions, BoundaryBuiltinTest, ::testing::ValuesIn(AllCases()), CaseName);
 
 class BoundaryEmptyStackTest : public ::testing::TestWithParam<EmptyCase> {};
 

@@ -9,6 +9,7 @@
 #include <sys/time.h>
 
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -106,9 +107,28 @@ TEST_F(BoundaryClockTest, WallClockFirstReadOfANewObjectIsZero) {
     fresh->Destroy();
 }
 
-TEST_F(BoundaryClockTest, NullObjectIsIgnored) {
-    plugin.SetClock(nullptr, FakeClock::Read, &clock);
-    EXPECT_EQ(clock.Reads, 0);
+TEST_F(BoundaryClockTest, NullObjectChangesNoObjectsClock) {
+    FakeClock other;
+    other.Now = 900000;
+    plugin.SetClock(nullptr, FakeClock::Read, &other);
+    plugin.SetClock(nullptr, nullptr, nullptr);
+    // The object still reads its own clock, twice for each TICK.
+    clock.Now = 5000;
+    EXPECT_EQ(ReadTick(), 0.0);
+    clock.Now = 5040;
+    EXPECT_EQ(ReadTick(), 40.0);
+    EXPECT_EQ(clock.Reads, 4);
+    // An object created afterwards reads the wall clock, not the one given
+    // with the null object: its first TICK is 0 and `other` is never read.
+    plugin.SetClock(nullptr, FakeClock::Read, &other);
+    IQZSTInterpretator* fresh = plugin.Create();
+    ASSERT_EQ(fresh->InitInterpretator(kRead), 0u);
+    RecordingHost freshHost;
+    EXPECT_EQ(fresh->Execute(&freshHost), 0u);
+    fresh->Destroy();
+    const std::vector<HostCall> expected = {Out("T", 0, 11, true)};
+    EXPECT_EQ(freshHost.Calls, expected);
+    EXPECT_EQ(other.Reads, 0);
 }
 
 }  // namespace

@@ -167,9 +167,29 @@ TEST_F(BoundaryTest, BudgetCountsInstructions) {
     }
 }
 
-TEST_F(BoundaryTest, BudgetOnANullObjectIsIgnored) {
-    plugin.SetBudget(nullptr, 5);
-    SUCCEED();
+TEST_F(BoundaryTest, BudgetOnANullObjectChangesNoObjectsBudget) {
+    const char* five = "PROG P MAIN MOV 1 R0 MOV 2 R0 MOV 3 R0 MOV 4 R0 MOV 5 R0 RET";
+    IQZSTInterpretator* object = NewObject();
+    plugin.SetBudget(object, 4);
+    plugin.SetBudget(nullptr, 1);
+    plugin.SetBudget(nullptr, 0);
+    // Still 4: the demo's four instructions run, a fifth does not.
+    ASSERT_EQ(object->InitInterpretator(kDemo), 0u);
+    RecordingHost host;
+    host.Inputs["START"] = 1;
+    EXPECT_EQ(object->Execute(&host), 0u);
+    const std::vector<HostCall> demo = {In("START", 1), Out("LAMP", 1, 1, true)};
+    EXPECT_EQ(host.Calls, demo);
+    ASSERT_EQ(object->InitInterpretator(five), 0u);
+    host.Calls.clear();
+    EXPECT_EQ(object->Execute(&host), 100u);
+    EXPECT_TRUE(host.Calls.empty());
+    // An object created afterwards has no budget at all.
+    plugin.SetBudget(nullptr, 1);
+    IQZSTInterpretator* fresh = NewObject();
+    ASSERT_EQ(fresh->InitInterpretator(five), 0u);
+    EXPECT_EQ(fresh->Execute(&host), 0u);
+    EXPECT_TRUE(host.Calls.empty());
 }
 
 }  // namespace

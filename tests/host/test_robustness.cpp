@@ -45,8 +45,6 @@ struct Object {
     IQZSTInterpretator* Ptr;
 };
 
-bool Documented(Qz::uint32_t code) { return Qz::ResultMeaning(code) != nullptr; }
-
 uint32_t CountingClock(void* context) { return *static_cast<uint32_t*>(context) += 5; }
 
 bool SameDouble(double a, double b) {
@@ -153,17 +151,20 @@ TEST(RobustnessLifetime, HundredThousandObjects) {
 const char* const kTypes[] = {"BOOL", "SINT", "USINT", "INT", "UINT", "DINT", "UDINT", "REAL", "LREAL"};
 const int kDimensions[] = {1, 2, 3, 4, 5, 6, 7, 10, 11};
 
-TEST(RobustnessValues, ExtremeDoublesFromTheHostIntoEveryType) {
+// A host value and what it becomes in a variable of every type.
+struct Narrowed {
+    double In;
+    double Out[9];  // BOOL SINT USINT INT UINT DINT UDINT REAL LREAL
+};
+
+std::vector<Narrowed> NarrowingCases() {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
     const double den = std::numeric_limits<double>::denorm_min();
     // Reading clamps to the double 3.402823466e38; writing that into a REAL
     // rounds it to single precision, which is the largest float.
     const double realMax = double(std::numeric_limits<float>::max());
-    const struct {
-        double In;
-        double Out[9];  // BOOL SINT USINT INT UINT DINT UDINT REAL LREAL
-    } cases[] = {
+    return {
         {nan, {1, 0, 0, 0, 0, 0, 0, nan, nan}},
         {inf, {1, 0, 0, 0, 0, 0, 0, realMax, inf}},
         {-inf, {1, 0, 0, 0, 0, 0, 0, -realMax, -inf}},
@@ -175,10 +176,17 @@ TEST(RobustnessValues, ExtremeDoublesFromTheHostIntoEveryType) {
         {-1e308, {1, 0, 0, 0, 0, 0, 0, -realMax, -1e308}},
         {300.7, {1, 44, 44, 300, 300, 300, 300, double(300.7f), 300.7}},
         {-1.5, {1, -1, 255, -1, 65535, -1, 4294967295.0, -1.5, -1.5}},
+        {-1.0, {1, -1, 255, -1, 65535, -1, 4294967295.0, -1.0, -1.0}},
+        // -2^31: its low 8 and 16 bits are 0.
+        {-2147483648.0, {1, 0, 0, 0, 0, -2147483648.0, 2147483648.0, -2147483648.0, -2147483648.0}},
         {9223372036854774784.0, {1, 0, 0, -1024, 64512, -1024, 4294966272.0, double(9223372036854774784.0f),
                                  9223372036854774784.0}},
         {9223372036854775808.0, {1, 0, 0, 0, 0, 0, 0, double(9223372036854775808.0f), 9223372036854775808.0}},
     };
+}
+
+TEST(RobustnessValues, ExtremeDoublesFromTheHostIntoEveryType) {
+    const std::vector<Narrowed> cases = NarrowingCases();
     // One input and one output of every type; the body copies each input to
     // the output of its type (narrowed on reading and on writing).
     std::string text = "PROG VALUES VAR ";
@@ -202,6 +210,48 @@ TEST(RobustnessValues, ExtremeDoublesFromTheHostIntoEveryType) {
             EXPECT_TRUE(out->Rewrited);
         }
     }
+}
+
+// The result code of one instruction of the sweep below, by the language's
+// rules: R0 holds Y (an LREAL), the source @X and R1 hold X narrowed to the
+// type (`xs`). Types by index: 0 BOOL, 1..6 SINT..UDINT, 7 REAL, 8 LREAL.
+Qz::uint32_t ExpectedResult(const std::string& instruction, int type, double xs, double y) {
+    const bool integer = type >= 1 && type <= 6;
+    const bool real = type >= 7;
+    const std::string keyword = instruction.substr(0, instruction.find(' '));
+    const bool intoR1 = instruction.size() > 2 && instruction.compare(instruction.size() - 2, 2, "R1") == 0;
+    if (keyword == "DIV" || keyword == "MOD") {
+        if ((intoR1 ? xs : y) == 0) return 15;  // the register is the divisor; zero is found first
+        return keyword == "MOD" && (!intoR1 || real) ? 45 : 0;  // MOD of an LREAL Y or a real X
+    }
+    if (keyword == "OR" || keyword == "XOR" || keyword == "AND") return 47;  // Y is no BOOL
+    if (keyword == "NOT") return 48;
+    if (keyword == "BOR") return 50;  // Y is a real
+    if (keyword == "BXOR") return 51;
+    if (keyword == "BAND") return 52;
+    if (keyword == "BNOT") return 53;
+    if (keyword == "SHL" || keyword == "SHR") return integer ? 0 : 55;
+    if (keyword == "ROL" || keyword == "ROR") return integer ? 0 : 58;
+    return 0;
+}
+
+// What OUT receives from R1 after an instruction of the sweep succeeded:
+// X narrowed, unless the instruction wrote R1. False where the value is left
+// to the shift and rotation tests.
+bool ExpectedR1(const std::string& instruction, double xs, double& expected) {
+    if (instruction == "DIV @X R1") {
+        // X / X: integers give 1; reals 1 too, except NaN (and, for LREAL,
+        // infinity, which REAL holds at its largest value).
+        expected = std::isnan(xs) || std::isinf(xs) ? std::numeric_limits<double>::quiet_NaN() : 1.0;
+        return true;
+    }
+    if (instruction == "MOD @X R1") {
+        expected = 0.0;  // only integers get here
+        return true;
+    }
+    if (instruction == "SHL @X R1" || instruction == "ROR @X R1") return false;
+    expected = xs;
+    return true;
 }
 
 TEST(RobustnessValues, ExtremeDoublesThroughEveryInstruction) {
@@ -229,28 +279,54 @@ TEST(RobustnessValues, ExtremeDoublesThroughEveryInstruction) {
         "MOV @X PUSH EXEC FABS", "MOV @X PUSH EXEC LN", "MOV @X PUSH EXEC LOG10", "MOV @X PUSH MOV R0 PUSH EXEC POW",
         "MOV @X PUSH EXEC SQRT", "EXEC CEIL", "EXEC POW",
     };
-    int runs = 0;
-    for (const char* type : kTypes) {
+    const std::vector<Narrowed> narrowing = NarrowingCases();
+    auto narrowed = [&](double x, int type) {
+        for (const Narrowed& n : narrowing)
+            if (SameDouble(n.In, x)) return n.Out[type];
+        ADD_FAILURE() << "no narrowing case for " << x;
+        return 0.0;
+    };
+    for (int type = 0; type < 9; ++type) {
         for (const char* instruction : instructions) {
-            const std::string text = std::string("PROG P VAR X VI ") + type + " 0 Y VI LREAL 0 OUT VO " + type +
-                                     " 0 MAIN MOV @Y R0 MOV @X R1 " + instruction + " MOV R0 @OUT MOV R1 @OUT RET";
+            const std::string text = std::string("PROG P VAR X VI ") + kTypes[type] + " 0 Y VI LREAL 0 OUT VO " +
+                                     kTypes[type] + " 0 MAIN MOV @Y R0 MOV @X R1 " + instruction +
+                                     " MOV R0 @OUT MOV R1 @OUT RET";
             Object o;
             uint32_t now = 0;
             Lib().SetClock(o.Ptr, CountingClock, &now);
             ASSERT_EQ(o->InitInterpretator(text), 0u) << text;
             for (double x : values) {
                 for (double y : values) {
+                    SCOPED_TRACE(::testing::Message() << text << " with X " << x << ", Y " << y);
                     RecordingHost host;
                     host.Inputs["X"] = x;
                     host.Inputs["Y"] = y;
+                    const double xs = narrowed(x, type);
                     const Qz::uint32_t r = o->Execute(&host);
-                    ASSERT_TRUE(Documented(r)) << text << " gave " << r;
-                    ++runs;
+                    ASSERT_EQ(r, ExpectedResult(instruction, type, xs, y));
+                    // Both inputs are asked for; OUT is sent only after a
+                    // cycle that succeeded, holding what R1 held.
+                    ASSERT_EQ(host.Calls.size(), r == 0 ? 3u : 2u);
+                    EXPECT_EQ(host.Calls[0].Direction, tdIN);
+                    EXPECT_EQ(host.Calls[0].Name, "X");
+                    EXPECT_TRUE(SameDouble(host.Calls[0].Value, x));
+                    EXPECT_EQ(host.Calls[1].Direction, tdIN);
+                    EXPECT_EQ(host.Calls[1].Name, "Y");
+                    EXPECT_TRUE(SameDouble(host.Calls[1].Value, y));
+                    if (r != 0) continue;
+                    const HostCall& out = host.Calls[2];
+                    EXPECT_EQ(out.Direction, tdOUT);
+                    EXPECT_EQ(out.Name, "OUT");
+                    EXPECT_EQ(out.Dimension, kDimensions[type]);
+                    EXPECT_TRUE(out.Rewrited);
+                    double expected;
+                    if (ExpectedR1(instruction, xs, expected)) {
+                        EXPECT_TRUE(SameDouble(out.Value, expected)) << out.Value << " expected " << expected;
+                    }
                 }
             }
         }
     }
-    EXPECT_EQ(runs, 9 * int(sizeof instructions / sizeof instructions[0]) * 11 * 11);
 }
 
 // ---- Depth and endless loops ----
@@ -342,17 +418,36 @@ TEST(RobustnessLoops, EndlessLoopsStopAtTheBudgetEveryCycle) {
 }
 
 TEST(RobustnessLoops, NullObjectsAreIgnoredByTheExtensions) {
+    uint32_t now = 0;
+    TraceCount trace;
     Lib().SetBudget(nullptr, 5);
-    Lib().SetClock(nullptr, CountingClock, nullptr);
-    Lib().SetTrace(nullptr, TraceCount::Hook, nullptr);
+    Lib().SetClock(nullptr, CountingClock, &now);
+    Lib().SetTrace(nullptr, TraceCount::Hook, &trace);
     auto position = Lib().Symbol<decltype(&QZGetScanPosition)>("QZGetScanPosition");
     QZScanPosition p{1, 2, 3, 4};
     position(nullptr, &p);
     EXPECT_EQ(p.TokenStart, 1);
+    EXPECT_EQ(p.TokenEnd, 2);
+    EXPECT_EQ(p.TextPos, 3);
+    EXPECT_EQ(p.TokenCode, 4);
+    // A new object has none of what was set on the null object: no budget
+    // (ten instructions run), no host clock, no trace hook.
     Object o;
     position(o.Ptr, nullptr);
     position(o.Ptr, &p);
+    EXPECT_EQ(p.TokenStart, 0);
+    EXPECT_EQ(p.TokenEnd, 0);
     EXPECT_EQ(p.TextPos, 0);
+    EXPECT_EQ(p.TokenCode, 0);
+    std::string text = "PROG P VAR T VO UDINT 0 MAIN MOV TICK @T";
+    for (int i = 0; i < 9; ++i) text += " MOV " + std::to_string(i) + " R0";
+    ASSERT_EQ(o->InitInterpretator(text + " RET"), 0u);
+    RecordingHost host;
+    EXPECT_EQ(o->Execute(&host), 0u);
+    const std::vector<HostCall> expected = {Out("T", 0, 7, true)};  // a first read is 0
+    EXPECT_EQ(host.Calls, expected);
+    EXPECT_EQ(now, 0u);
+    EXPECT_EQ(trace.Instructions, 0u);
 }
 
 }  // namespace

@@ -568,10 +568,10 @@ TEST_F(Power, EveryTypeGivesLreal) {
         {{1, kBOOL}, {5, kDINT}, 1},
         {{3, kUSINT}, {4, kUINT}, 81},
         {{-2, kINT}, {3, kSINT}, -8},
-        {{10, kDINT}, {-2, kSINT}, std::pow(10.0, -2.0)},
+        {{10, kDINT}, {-2, kSINT}, 0x1.47ae147ae147bp-7},  // the double nearest 0.01
         {{4294967295.0, kUDINT}, {0, kDINT}, 1},
         {{1.5, kREAL}, {2, kDINT}, 2.25},
-        {{2, kLREAL}, {0.5, kLREAL}, std::pow(2.0, 0.5)},
+        {{2, kLREAL}, {0.5, kLREAL}, 0x1.6a09e667f3bcdp+0},  // the double nearest sqrt(2)
         {{3, kSTRING}, {2, kNoType}, 9},
         {{2, kDINT}, {2, kBOOL}, 4},
         // No integer view: a DINT register holding 2.5 is squared as 2.5.

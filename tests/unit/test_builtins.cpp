@@ -63,7 +63,7 @@ TEST_P(BuiltinTest, OnTheRealMachine) {
     EXPECT_EQ(machine.R1.Value, 8.0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, BuiltinTest, ::testing::ValuesIn(AllCases()));
+INSTANTIATE_TEST_SUITE_P(Functions, BuiltinTest, ::testing::ValuesIn(AllCases()), CaseName);
 
 TEST(Builtins, OnlyTheArgumentsAreTaken) {
     MockMachine machine;

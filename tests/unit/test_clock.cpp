@@ -213,11 +213,23 @@ TEST_F(ClockTest, EachObjectHasItsOwnClock) {
     EXPECT_EQ(second->R0.Value, 500.0);
 }
 
-TEST(Clock, NullObjectIsIgnored) {
-    FakeClock clock;
-    QZSetClock(nullptr, FakeClock::Read, &clock);
+TEST_F(ClockTest, NullObjectChangesNoObjectsClock) {
+    FakeClock other;
+    QZSetClock(nullptr, FakeClock::Read, &other);
     QZSetClock(nullptr, nullptr, nullptr);
-    EXPECT_EQ(clock.Reads, 0);
+    EXPECT_EQ(object->Clock, &FakeClock::Read);
+    EXPECT_EQ(object->ClockContext, &clock);
+    clock.Now = 100;
+    EXPECT_EQ(ReadTick(), 0.0);
+    clock.Now = 130;
+    EXPECT_EQ(ReadTick(), 30.0);
+    EXPECT_EQ(clock.Reads, 4);
+    // Nor does it become the clock of objects created afterwards.
+    QZSetClock(nullptr, FakeClock::Read, &other);
+    CQZ_STInterpretator fresh;
+    EXPECT_EQ(fresh.Clock, nullptr);
+    EXPECT_EQ(fresh.ClockContext, nullptr);
+    EXPECT_EQ(other.Reads, 0);
 }
 
 TEST(Clock, WallClockFirstReadIsZeroToo) {

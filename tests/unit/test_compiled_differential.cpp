@@ -569,6 +569,7 @@ TEST(CompiledDifferential, ProgramsOfTheOtherTestsAgree) {
 TEST(CompiledDifferential, GeneratedProgramsAgree) {
     Generator g(SeedFromEnvironment());
     const int count = CountFromEnvironment();
+    ASSERT_GT(count, 0) << "QZ_DIFF_COUNT runs no program";
     for (int i = 0; i < count; ++i) {
         const std::string text = g.Program();
         qzdiff::Options options;
@@ -585,6 +586,7 @@ TEST(CompiledDifferential, MutatedProgramsAgree) {
     for (const std::string& text : CollectedPrograms()) seeds.push_back(text);
     for (int i = 0; i < 200; ++i) seeds.push_back(g.Program());
     const int count = CountFromEnvironment();
+    ASSERT_GT(count, 0) << "QZ_DIFF_COUNT runs no program";
     for (int i = 0; i < count; ++i) {
         std::string text = seeds[size_t(g.Pick(int(seeds.size())))];
         const int changes = 1 + g.Pick(3);

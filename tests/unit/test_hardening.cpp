@@ -445,21 +445,93 @@ std::string ReadFile(const std::string& path) {
     return s.str();
 }
 
+// The harness checks its own invariants and stops the process when one
+// breaks; an empty or missing corpus would make these tests pass on nothing.
 TEST(HardeningRegressions, SavedProgramInputs) {
     const std::vector<std::string> files = FilesIn(SourceDir() + "/../regressions/program");
+    ASSERT_FALSE(files.empty()) << "no saved inputs in tests/regressions/program";
     for (const std::string& file : files) {
         SCOPED_TRACE(file);
         const std::string data = ReadFile(file);
-        QzFuzzProgram(reinterpret_cast<const uint8_t*>(data.data()), data.size());
+        ASSERT_GE(data.size(), 2u);  // the flags byte and the seed byte
+        EXPECT_EQ(QzFuzzProgram(reinterpret_cast<const uint8_t*>(data.data()), data.size()), 0);
+    }
+}
+
+// What the harness does with one input, as result codes in order: the load
+// (two when the text is loaded twice), each cycle, and the reload of the
+// prefix with its cycle.
+std::vector<Qz::uint32_t> ReplayProgramInput(const std::string& data) {
+    const uint8_t flags = uint8_t(data[0]);
+    const uint8_t seed = uint8_t(data[1]);
+    const std::string text = data.substr(2);
+    std::vector<Qz::uint32_t> results;
+    Object object = NewObject();
+    QZSetInstructionBudget(object.get(), (flags & 16) ? 64 : 4096);
+    FuzzClock clock;
+    clock.StepsBack = flags & 64;
+    QZSetClock(object.get(), &FuzzClock::Read, &clock);
+    size_t traceLength = text.size();
+    if (flags & 8) QZSetTraceHook(object.get(), &TraceSink, &traceLength);
+    FuzzHost host(seed);
+    if (flags & 32) results.push_back(object->InitInterpretator(text));
+    results.push_back(object->InitInterpretator(text));
+    for (int i = 0; i < 1 + (flags & 3); ++i) {
+        results.push_back(object->Execute(&host));
+        ++host.Cycle;
+    }
+    if (flags & 4) {
+        const std::string prefix = text.substr(0, text.size() * seed / 255);
+        traceLength = prefix.size();
+        results.push_back(object->InitInterpretator(prefix));
+        results.push_back(object->Execute(&host));
+    }
+    return results;
+}
+
+// The saved program inputs written by hand, and what each must do.
+TEST(HardeningRegressions, SavedProgramOutcomes) {
+    struct Row {
+        const char* File;
+        std::vector<Qz::uint32_t> Results;
+    };
+    const Row rows[] = {
+        // Two cycles of a recursion five deep and a nested call.
+        {"calls-nested-and-recursive", {0, 0, 0}},
+        // The failed call's frame hides G from the next cycles; reloading
+        // drops the frame but not the open call, so the body runs again.
+        {"frame-left-by-a-failed-call", {0, 15, 23, 23, 23, 0, 15}},
+        // The first cycle leaves FAIL open; later cycles reach MAIN's RET
+        // with it still open, also after the reload.
+        {"ret-with-a-call-left-open", {0, 11, 8, 8, 8, 0, 8}},
+        // A handle to a local of a call that returned is stale (trace on).
+        {"reference-to-a-returned-local", {0, 23, 23}},
+        // A handle passed on the stack, taken by a VR local.
+        {"reference-passed-into-a-subprogram", {0, 0, 0, 0}},
+        // A budget of 64 ends an endless loop inside a call, every cycle.
+        {"budget-spent-inside-a-call", {0, 100, 100}},
+        // ... and an endless recursion; the reload of the whole text too.
+        {"budget-spent-in-deep-recursion", {0, 100, 100, 0, 100}},
+        // Without VAR, a label ahead is unknown until the body passes it.
+        {"forward-jump-without-var-loaded-twice", {0, 0, 22, 22, 22}},
+        // TICK on a clock that steps back on every read (trace on).
+        {"tick-on-a-clock-that-steps-back", {0, 0, 0}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.File);
+        const std::string data = ReadFile(SourceDir() + "/../regressions/program/" + row.File);
+        ASSERT_GE(data.size(), 2u) << "missing or empty";
+        EXPECT_EQ(ReplayProgramInput(data), row.Results);
     }
 }
 
 TEST(HardeningRegressions, SavedTextInputs) {
     const std::vector<std::string> files = FilesIn(SourceDir() + "/../regressions/text");
+    ASSERT_FALSE(files.empty()) << "no saved inputs in tests/regressions/text";
     for (const std::string& file : files) {
         SCOPED_TRACE(file);
         const std::string data = ReadFile(file);
-        QzFuzzText(reinterpret_cast<const uint8_t*>(data.data()), data.size());
+        EXPECT_EQ(QzFuzzText(reinterpret_cast<const uint8_t*>(data.data()), data.size()), 0);
     }
 }
 
@@ -473,11 +545,11 @@ TEST(HardeningRegressions, SeedProgramsThroughBothTargets) {
             if (c == '\n' || c == '\t' || c == '\r') c = ' ';
         for (uint8_t flags : {0x00, 0x03, 0x0c, 0x30, 0x57}) {
             const std::string data = std::string(1, char(flags)) + char(0x80) + text;
-            QzFuzzProgram(reinterpret_cast<const uint8_t*>(data.data()), data.size());
+            EXPECT_EQ(QzFuzzProgram(reinterpret_cast<const uint8_t*>(data.data()), data.size()), 0);
         }
         for (char piece : {'\0', '\5'}) {  // the scanner alone, the machine alone
             const std::string input = std::string(1, piece) + text;
-            QzFuzzText(reinterpret_cast<const uint8_t*>(input.data()), input.size());
+            EXPECT_EQ(QzFuzzText(reinterpret_cast<const uint8_t*>(input.data()), input.size()), 0);
         }
     }
 }
