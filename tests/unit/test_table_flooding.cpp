@@ -1,6 +1,6 @@
 // Symbol tables under a flood of names crafted to collide: the generator's
 // names really share the hashes the tables once used, the tables keep every
-// one of them apart, and a program of 65,536 such labels loads
+// one of them apart, and a program of 65,536 such labels or variables loads
 // and runs its first cycle about as fast as one of as many ordinary names.
 // Speed is compared as a ratio against ordinary names timed in the same run,
 // the best of a few runs each, so a loaded machine slows both alike.
@@ -156,6 +156,15 @@ std::string LabelProgram(const std::vector<std::string>& names) {
     return text + "RET";
 }
 
+// Every name declared, then read once in the body.
+std::string VariableProgram(const std::vector<std::string>& names) {
+    std::string text = "PROG FLOOD VAR ";
+    for (const std::string& name : names) text += name + " V DINT 1 ";
+    text += "MAIN ";
+    for (const std::string& name : names) text += "ADD @" + name + " R0 ";
+    return text + "RET";
+}
+
 void ExpectAsFastAsPlain(const char* what, const std::string& crafted, const std::string& plain) {
     const double plainSeconds = Best(plain);
     const double craftedSeconds = Best(crafted);
@@ -168,6 +177,12 @@ TEST(FloodedPrograms, CollidingLabelsLoadAndRunAsFastAsPlainOnes) {
     const std::vector<std::string> crafted = colliding::QtHashCollidingNames(kFlood);
     const std::vector<std::string> plain = colliding::PlainNames(kFlood, crafted[0].size());
     ExpectAsFastAsPlain("65536 labels", LabelProgram(crafted), LabelProgram(plain));
+}
+
+TEST(FloodedPrograms, CollidingVariablesLoadAndRunAsFastAsPlainOnes) {
+    const std::vector<std::string> crafted = colliding::ByteHashCollidingNames(kFlood);
+    const std::vector<std::string> plain = colliding::PlainNames(kFlood, crafted[0].size());
+    ExpectAsFastAsPlain("65536 variables", VariableProgram(crafted), VariableProgram(plain));
 }
 
 }  // namespace
