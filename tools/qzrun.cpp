@@ -116,7 +116,9 @@ The program and the --inputs file must be regular files: a directory, a
 device or a FIFO is refused.
 
 Errors are reported like a compiler's, as FILE:LINE:COLUMN: error CODE: MEANING
-with the offending token, and for a failing cycle its number.
+with the offending token, and for a failing cycle its number. The source line
+is shown with a caret under the error; of a line longer than 200 characters
+only the 200 around the error are shown, with '...' where it is cut.
 
 Exit status: 0 when every cycle ran (or --check loaded the program), 1 when the
 program failed to load or a cycle failed, 2 for a bad command line, a file
@@ -266,22 +268,48 @@ std::string Quote(const std::string& token) {
     return "'" + token.substr(0, kLimit) + "...'";
 }
 
-// The source line and a caret under [offset, offset + length).
+// Of a long source line, the part shown: the error and what surrounds it.
+constexpr size_t kSnippetWidth = 200;
+constexpr size_t kSnippetLead = 60;  // characters shown before the error when cut
+constexpr char kCut[] = "...";
+
+bool IsContinuationByte(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+// [begin, end) of `line` to show for an error at byte `column`: the whole
+// line when it is short, else kSnippetWidth bytes starting a little before
+// the error, moved off the middle of UTF-8 characters.
+std::pair<size_t, size_t> SnippetWindow(std::string_view line, size_t column) {
+    if (line.size() <= kSnippetWidth) return {0, line.size()};
+    size_t begin = column > kSnippetLead ? column - kSnippetLead : 0;
+    begin = std::min(begin, line.size() - kSnippetWidth);
+    size_t end = begin + kSnippetWidth;
+    while (begin > 0 && begin < line.size() && IsContinuationByte(line[begin])) ++begin;
+    while (end < line.size() && end > begin && IsContinuationByte(line[end])) --end;
+    return {begin, end};
+}
+
+// The source line (or its part around the error) and a caret under
+// [offset, offset + length).
 void PrintSnippet(const SourceText& source, size_t offset, size_t length) {
     const qzrun::Location at = source.Locate(offset);
     const std::string_view line = source.Line(at.Line);
-    std::fprintf(stderr, "%5d | %.*s\n", at.Line, int(line.size()), line.data());
-    std::string marker;
     const size_t column = size_t(at.Column - 1);
-    for (size_t i = 0; i < column && i < line.size(); ++i) {
-        const unsigned char c = static_cast<unsigned char>(line[i]);
+    const auto [begin, end] = SnippetWindow(line, std::min(column, line.size()));
+    const std::string_view shown = line.substr(begin, end - begin);
+    const char* before = begin > 0 ? kCut : "";
+    const char* after = end < line.size() ? kCut : "";
+    std::fprintf(stderr, "%5d | %s%.*s%s\n", at.Line, before, int(shown.size()), shown.data(), after);
+
+    std::string marker(std::strlen(before), ' ');
+    for (size_t i = begin; i < column && i < end; ++i) {
+        const char c = line[i];
         if (c == '\t') marker += '\t';
-        else if ((c & 0xC0) != 0x80) marker += ' ';  // one column a UTF-8 character
+        else if (!IsContinuationByte(c)) marker += ' ';  // one column a UTF-8 character
     }
     marker += '^';
-    const size_t visible = std::min(length, line.size() > column ? line.size() - column : size_t(0));
+    const size_t visible = std::min(length, end > column ? end - column : size_t(0));
     for (size_t i = 1; i < visible; ++i)
-        if ((static_cast<unsigned char>(line[column + i]) & 0xC0) != 0x80) marker += '~';
+        if (!IsContinuationByte(line[column + i])) marker += '~';
     std::fprintf(stderr, "      | %s\n", marker.c_str());
 }
 
@@ -531,6 +559,12 @@ void TraceInstruction(void* context, const QZTraceEvent* event) {
     line += "  " + place;
     line.append(place.size() < 8 ? 8 - place.size() : 1, ' ');
     std::string instruction = source.Excerpt(start, end);
+    if (instruction.size() > kSnippetWidth) {
+        size_t cut = kSnippetWidth;
+        while (cut > 0 && IsContinuationByte(instruction[cut])) --cut;
+        instruction.resize(cut);
+        instruction += kCut;
+    }
     instruction.append(instruction.size() < 24 ? 24 - instruction.size() : 1, ' ');
     line += instruction;
     line += "A0=" + qzrun::FormatRegister(event->A0, event->A0Type);
