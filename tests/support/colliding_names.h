@@ -120,14 +120,18 @@ inline std::vector<std::string> ByteHashCollidingNames(size_t count) {
 }
 
 // `count` distinct ordinary names of `length` characters (at least 8): a
-// letter, the number in decimal, and letters to fill. The reference the
-// colliding names are timed against.
+// letter, the number in decimal, and upper- and lower-case letters to fill,
+// as the crafted names mix them. The reference the colliding names are timed
+// against.
 inline std::vector<std::string> PlainNames(size_t count, size_t length) {
     std::vector<std::string> names;
     names.reserve(count);
     for (size_t n = 0; n < count; ++n) {
         std::string name = "P" + std::to_string(n) + "_";
-        while (name.size() < length) name += char('A' + (name.size() + n) % 26);
+        while (name.size() < length) {
+            const char base = name.size() % 2 ? 'a' : 'A';
+            name += char(base + (name.size() + n) % 26);
+        }
         names.push_back(name);
     }
     return names;

@@ -13,13 +13,29 @@
 #include <QHash>
 #include <QString>
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <functional>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <set>
 #include <string>
 #include <vector>
+
+// Calls of operator new, to check that lookups allocate nothing. Every
+// other form of new and delete ends up in these two.
+static std::atomic<long long> gNewCalls{0};
+
+void* operator new(std::size_t size) {
+    ++gNewCalls;
+    void* p = std::malloc(size ? size : 1);
+    if (!p) throw std::bad_alloc();
+    return p;
+}
+
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -128,6 +144,31 @@ TEST(FloodedTables, EveryCollidingVariableIsFoundAsItself) {
         ASSERT_EQ(created[i]->VarValue, double(i));
         ASSERT_EQ(vars.Record(uint32_t(i)), created[i]);
     }
+}
+
+TEST(FloodedTables, FindingExistingNamesAllocatesNothing) {
+    const std::vector<std::string> labelNames = colliding::QtHashCollidingNames(4096);
+    const std::vector<std::string> varNames = colliding::ByteHashCollidingNames(4096);
+    CQZ_Labels labels;
+    Var* buckets[CQZ_Vars::kProgramBuckets];
+    CQZ_Vars vars(buckets, CQZ_Vars::kProgramBuckets);
+    CQZ_Vars frame;
+    for (const std::string& name : labelNames) labels.lookup(name.c_str(), 1, 2, true);
+    for (const std::string& name : varNames) {
+        vars.lookup(name.c_str(), char(ttV), char(ttDINT), 0.0, 0, true);
+        frame.lookup(name.c_str(), char(ttV), char(ttDINT), 0.0, 0, true);
+    }
+    const long long before = gNewCalls;
+    size_t found = 0;
+    for (const std::string& name : labelNames) found += labels.lookup(name.c_str(), 0, 0, true) != nullptr;
+    for (const std::string& name : varNames) {
+        found += vars.lookup(name.c_str(), 0, 0, 0.0, 0, true) != nullptr;
+        found += frame.lookup(name.c_str(), 0, 0, 0.0, 0, false) != nullptr;
+    }
+    found += labels.lookup("absent", 0, 0, false) != nullptr;
+    found += vars.lookup("absent", 0, 0, 0.0, 0, false) != nullptr;
+    EXPECT_EQ(gNewCalls - before, 0);
+    EXPECT_EQ(found, labelNames.size() + 2 * varNames.size());
 }
 
 // ---- Whole programs ----
