@@ -1,6 +1,7 @@
 // The variable table.
 #include "qz_vars.h"
 
+#include "qz_hash.h"
 #include "qz_references.h"
 
 #include <QByteArray>
@@ -21,22 +22,11 @@ size_t AsciiKey(const char* name, char* key) {
     return n;
 }
 
-// The hash walks the key's bytes as signed values: h = h * 31 + byte.
-uint32_t KeyHashOf(const char* key, size_t length) {
-    uint32_t h = 0;
-    for (size_t i = 0; i < length; ++i) h = h * 31u + uint32_t(int32_t(static_cast<signed char>(key[i])));
-    return h;
-}
-
-// A second hash of the key (64-bit FNV-1a). Names that share the bucket hash
-// are easy to craft; comparing this one as well keeps a chain of such names
-// from costing a full key comparison per record, which made loading a program
-// of thousands of crafted names quadratic in their length too.
-uint64_t KeyCheckOf(const char* key, size_t length) {
-    uint64_t h = 0xcbf29ce484222325ull;
-    for (size_t i = 0; i < length; ++i) h = (h ^ static_cast<unsigned char>(key[i])) * 0x100000001b3ull;
-    return h;
-}
+// The keyed hash of a name's key. Every variable table of the process uses
+// the same key: AddRecord takes a record built in another table (a frame's
+// declarations, decoded once) together with its hash, so building a frame on
+// every call hashes no names.
+uint64_t KeyCheckOf(const char* key, size_t length) { return QZ_SipHash(QZ_ProcessHashKey(), key, length); }
 
 // Copies a record onto another. Every record has nothing but NULs behind its
 // name (lookup pads the name, and copies keep it so), so only the name's own
@@ -119,11 +109,9 @@ Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int 
     name = kept;
     char key[kNameKeyMax];
     const size_t keyLength = NameKey(name, key);
-    const uint32_t hash = KeyHashOf(key, keyLength);
     const uint64_t check = KeyCheckOf(key, keyLength);
-    Var*& head = Buckets[hash & BucketMask];
-    for (Var* var = head; var; var = var->Next) {
-        if (var->KeyHash != hash || var->KeyCheck != check) continue;
+    for (Var* var = Buckets[uint32_t(check) & BucketMask]; var; var = var->Next) {
+        if (var->KeyCheck != check) continue;
         char other[kNameKeyMax];
         const size_t otherLength = NameKey(var->VarName, other);
         if (otherLength == keyLength && std::memcmp(key, other, keyLength) == 0) return var;
@@ -142,7 +130,7 @@ Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int 
     var->VarParam3 = param3;
     var->VarParam4 = param4;
     var->Rewrited = false;
-    var->KeyHash = hash;
+    var->KeyHash = uint32_t(check);
     var->KeyCheck = check;
     Link(var);
     return var;
@@ -161,9 +149,8 @@ void CQZ_Vars::Link(Var* var) {
     var->ReferenceSlot = 0;
     var->Ordinal = uint32_t(Created.size());
     Created.push_back(var);
-    Var*& head = Buckets[var->KeyHash & BucketMask];
-    var->Next = head;
-    head = var;
+    LinkIntoBucket(var);
+    if (Created.size() > BucketCount()) Grow();
 
     const uint8_t code = static_cast<uint8_t>(var->VarKind);
     if (code >= ttV && code <= ttVR) {
@@ -175,6 +162,25 @@ void CQZ_Vars::Link(Var* var) {
             CopyRecord(list.back(), *var);
         }
     }
+}
+
+void CQZ_Vars::LinkIntoBucket(Var* var) {
+    Var*& head = Buckets[var->KeyHash & BucketMask];
+    var->Next = head;
+    head = var;
+}
+
+void CQZ_Vars::Grow() {
+    if (BucketMask >= 0x7fffffffu) return;  // 2^32 buckets cannot be indexed by KeyHash
+    const uint32_t count = 2 * BucketCount();
+    std::vector<Var*> grown(count, nullptr);  // first: a failure leaves the table as it was
+    std::memset(Buckets, 0, sizeof(Var*) * BucketCount());  // no stale chains in the caller's array
+    GrownBuckets.swap(grown);
+    Buckets = GrownBuckets.data();
+    BucketMask = count - 1;
+    // In creation order, so each chain keeps its newest record first.
+    for (Var* var : Created)
+        if (var) LinkIntoBucket(var);
 }
 
 const std::list<Var>* CQZ_Vars::DeclaredList(char kind) const {

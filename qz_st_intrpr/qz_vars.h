@@ -1,6 +1,8 @@
 // The variable table: Var records in a chained hash keyed by the upper-cased
 // name, plus one list per declaration kind holding copies of the records as
 // they were declared (the declared initial values and the host exchange lists).
+// The hash is keyed with a secret random key and the buckets double when the
+// records outnumber them, so no choice of names makes the chains long.
 #ifndef QZ_VARS_H
 #define QZ_VARS_H
 
@@ -20,10 +22,10 @@ struct Var {
     double VarParam1, VarParam2, VarParam3, VarParam4;
     bool Rewrited;
     Var* Next;
-    // Bookkeeping of this implementation: hash of the name's key (and a
-    // second, independent one), the reference slot it holds while a MOVA
-    // address of it may be in use, and its place in the order of creation
-    // within its table.
+    // Bookkeeping of this implementation: the keyed hash of the name's key
+    // (KeyCheck, and its low half KeyHash, which picks the bucket), the
+    // reference slot it holds while a MOVA address of it may be in use, and
+    // its place in the order of creation within its table.
     uint32_t KeyHash;
     uint64_t KeyCheck;
     uint32_t ReferenceSlot;
@@ -32,13 +34,16 @@ struct Var {
 
 class CQZ_Vars {
 public:
+    // Bucket counts a table starts with; either grows as records are added.
     static constexpr uint32_t kProgramBuckets = 2048;  // the program's own table
     static constexpr uint32_t kFrameBuckets = 64;      // a subprogram frame's table
     static constexpr int kKindCount = 9;               // V .. VR
 
     // A frame table with its own small bucket array.
     CQZ_Vars();
-    // A table over `buckets` (a power of two) owned by the caller.
+    // A table over `buckets` (a power of two) owned by the caller. Once the
+    // records outnumber them the table moves to a larger array of its own
+    // and leaves the caller's all null.
     CQZ_Vars(Var** buckets, uint32_t bucketCount);
     ~CQZ_Vars();
     CQZ_Vars(const CQZ_Vars&) = delete;
@@ -89,11 +94,15 @@ private:
     void ReleaseRecord(Var* var);
     // Links a filled record into its bucket and its kind's list.
     void Link(Var* var);
+    void LinkIntoBucket(Var* var);
+    // Doubles the buckets and links every record anew.
+    void Grow();
     std::list<Var>& KindList(char kind) { return Lists[static_cast<uint8_t>(kind) - ttV]; }
 
     Var* FrameBuckets[kFrameBuckets] = {};
     Var** Buckets;
     uint32_t BucketMask;
+    std::vector<Var*> GrownBuckets;  // the buckets once they outgrew the first array
     std::list<Var> Lists[kKindCount];
     uint32_t BucketCount() const { return BucketMask + 1; }
 

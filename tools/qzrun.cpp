@@ -6,6 +6,7 @@
 // collects the outputs of every cycle into a table.
 #include "qz_st_interpretator.h"
 #include "qz_st_result_codes.h"
+#include "input_file.h"
 #include "source_text.h"
 #include "stimulus.h"
 #include "value_format.h"
@@ -20,9 +21,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <sstream>
+#include <exception>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -89,6 +89,10 @@ Checking:
                      100 (default 10000000; 0 = no limit), so that a program
                      caught in a loop ends with a message instead of hanging.
                        qzrun endless_loop.qz --max-steps 1000
+  --max-file-size SIZE
+                     Refuse a program or --inputs file larger than SIZE:
+                     megabytes, or a number with K, M or G (default 64).
+                       qzrun generated.qz --max-file-size 512
 
 Time:
   --sim-time MS      Simulated time: the clock that TICK reads advances by MS
@@ -108,12 +112,17 @@ Other:
 Program files may use line breaks, tabs and indentation freely, and comments
 (* like this *) or // to the end of the line.
 
+The program and the --inputs file must be regular files: a directory, a
+device or a FIFO is refused.
+
 Errors are reported like a compiler's, as FILE:LINE:COLUMN: error CODE: MEANING
-with the offending token, and for a failing cycle its number.
+with the offending token, and for a failing cycle its number. The source line
+is shown with a caret under the error; of a line longer than 200 characters
+only the 200 around the error are shown, with '...' where it is cut.
 
 Exit status: 0 when every cycle ran (or --check loaded the program), 1 when the
-program failed to load or a cycle failed, 2 for a bad command line or a file
-that cannot be read.
+program failed to load or a cycle failed, 2 for a bad command line, a file
+that cannot be read or is too large, or running out of memory.
 )";
 
 struct Options {
@@ -127,6 +136,7 @@ struct Options {
     bool Trace = false;
     bool Stats = false;
     uint64_t MaxSteps = kDefaultMaxSteps;
+    uint64_t MaxFileBytes = qzrun::kDefaultMaxFileBytes;
     bool SimulatedTime = false;
     uint32_t SimulatedStep = 0;
     uint32_t PeriodMs = 0;
@@ -144,6 +154,26 @@ uint64_t ParseCount(const std::string& option, const std::string& text, uint64_t
     const unsigned long long value = std::strtoull(text.c_str(), nullptr, 10);
     if (errno == ERANGE || value > max) UsageError(option + " " + text + " is too large");
     return value;
+}
+
+// A size in megabytes, or with a unit: "64", "512K", "2M", "1G".
+uint64_t ParseSize(const std::string& option, const std::string& text) {
+    constexpr uint64_t kLargest = 1ull << 40;
+    std::string digits = text;
+    uint64_t unit = 1ull << 20;
+    if (!digits.empty()) {
+        switch (digits.back()) {
+            case 'k': case 'K': unit = 1ull << 10; digits.pop_back(); break;
+            case 'm': case 'M': unit = 1ull << 20; digits.pop_back(); break;
+            case 'g': case 'G': unit = 1ull << 30; digits.pop_back(); break;
+            default: break;
+        }
+    }
+    if (digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos)
+        UsageError(option + " needs a size such as 64 (megabytes), 512K or 1G, not '" + text + "'");
+    const uint64_t count = ParseCount(option, digits, kLargest / unit);
+    if (count == 0) UsageError(option + " needs a size above 0");
+    return count * unit;
 }
 
 Options ParseOptions(int argc, char** argv) {
@@ -213,6 +243,8 @@ Options ParseOptions(int argc, char** argv) {
             options.Stats = true;
         } else if (arg == "--max-steps") {
             options.MaxSteps = ParseCount(arg, takeValue(), UINT64_MAX);
+        } else if (arg == "--max-file-size") {
+            options.MaxFileBytes = ParseSize(arg, takeValue());
         } else if (arg == "--sim-time") {
             options.SimulatedTime = true;
             options.SimulatedStep = uint32_t(ParseCount(arg, takeValue(), 86'400'000));
@@ -228,13 +260,6 @@ Options ParseOptions(int argc, char** argv) {
     return options;
 }
 
-bool ReadFile(const std::string& path, std::string& bytes) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return !in.bad();
-}
-
 // ---- Diagnostics ----
 
 std::string Quote(const std::string& token) {
@@ -243,22 +268,48 @@ std::string Quote(const std::string& token) {
     return "'" + token.substr(0, kLimit) + "...'";
 }
 
-// The source line and a caret under [offset, offset + length).
+// Of a long source line, the part shown: the error and what surrounds it.
+constexpr size_t kSnippetWidth = 200;
+constexpr size_t kSnippetLead = 60;  // characters shown before the error when cut
+constexpr char kCut[] = "...";
+
+bool IsContinuationByte(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+// [begin, end) of `line` to show for an error at byte `column`: the whole
+// line when it is short, else kSnippetWidth bytes starting a little before
+// the error, moved off the middle of UTF-8 characters.
+std::pair<size_t, size_t> SnippetWindow(std::string_view line, size_t column) {
+    if (line.size() <= kSnippetWidth) return {0, line.size()};
+    size_t begin = column > kSnippetLead ? column - kSnippetLead : 0;
+    begin = std::min(begin, line.size() - kSnippetWidth);
+    size_t end = begin + kSnippetWidth;
+    while (begin > 0 && begin < line.size() && IsContinuationByte(line[begin])) ++begin;
+    while (end < line.size() && end > begin && IsContinuationByte(line[end])) --end;
+    return {begin, end};
+}
+
+// The source line (or its part around the error) and a caret under
+// [offset, offset + length).
 void PrintSnippet(const SourceText& source, size_t offset, size_t length) {
     const qzrun::Location at = source.Locate(offset);
     const std::string_view line = source.Line(at.Line);
-    std::fprintf(stderr, "%5d | %.*s\n", at.Line, int(line.size()), line.data());
-    std::string marker;
     const size_t column = size_t(at.Column - 1);
-    for (size_t i = 0; i < column && i < line.size(); ++i) {
-        const unsigned char c = static_cast<unsigned char>(line[i]);
+    const auto [begin, end] = SnippetWindow(line, std::min(column, line.size()));
+    const std::string_view shown = line.substr(begin, end - begin);
+    const char* before = begin > 0 ? kCut : "";
+    const char* after = end < line.size() ? kCut : "";
+    std::fprintf(stderr, "%5d | %s%.*s%s\n", at.Line, before, int(shown.size()), shown.data(), after);
+
+    std::string marker(std::strlen(before), ' ');
+    for (size_t i = begin; i < column && i < end; ++i) {
+        const char c = line[i];
         if (c == '\t') marker += '\t';
-        else if ((c & 0xC0) != 0x80) marker += ' ';  // one column a UTF-8 character
+        else if (!IsContinuationByte(c)) marker += ' ';  // one column a UTF-8 character
     }
     marker += '^';
-    const size_t visible = std::min(length, line.size() > column ? line.size() - column : size_t(0));
+    const size_t visible = std::min(length, end > column ? end - column : size_t(0));
     for (size_t i = 1; i < visible; ++i)
-        if ((static_cast<unsigned char>(line[column + i]) & 0xC0) != 0x80) marker += '~';
+        if (!IsContinuationByte(line[column + i])) marker += '~';
     std::fprintf(stderr, "      | %s\n", marker.c_str());
 }
 
@@ -508,6 +559,12 @@ void TraceInstruction(void* context, const QZTraceEvent* event) {
     line += "  " + place;
     line.append(place.size() < 8 ? 8 - place.size() : 1, ' ');
     std::string instruction = source.Excerpt(start, end);
+    if (instruction.size() > kSnippetWidth) {
+        size_t cut = kSnippetWidth;
+        while (cut > 0 && IsContinuationByte(instruction[cut])) --cut;
+        instruction.resize(cut);
+        instruction += kCut;
+    }
     instruction.append(instruction.size() < 24 ? 24 - instruction.size() : 1, ' ');
     line += instruction;
     line += "A0=" + qzrun::FormatRegister(event->A0, event->A0Type);
@@ -547,8 +604,9 @@ struct InterpreterHandle {
 
 int Run(const Options& options) {
     std::string bytes;
-    if (!ReadFile(options.ProgramPath, bytes)) {
-        std::fprintf(stderr, "qzrun: error: cannot read '%s': %s\n", options.ProgramPath.c_str(), std::strerror(errno));
+    std::string error;
+    if (!qzrun::ReadInputFile(options.ProgramPath, options.MaxFileBytes, bytes, error)) {
+        std::fprintf(stderr, "qzrun: error: %s\n", error.c_str());
         return kExitUsage;
     }
     SourceText source(options.ProgramPath, std::move(bytes));
@@ -563,8 +621,7 @@ int Run(const Options& options) {
 
     qzrun::Stimulus stimulus;
     if (!options.InputsPath.empty()) {
-        std::string error;
-        if (!qzrun::ReadStimulus(options.InputsPath, stimulus, error)) {
+        if (!qzrun::ReadStimulus(options.InputsPath, options.MaxFileBytes, stimulus, error)) {
             std::fprintf(stderr, "qzrun: error: %s\n", error.c_str());
             return kExitUsage;
         }
@@ -625,4 +682,18 @@ int Run(const Options& options) {
 
 }  // namespace
 
-int main(int argc, char** argv) { return Run(ParseOptions(argc, argv)); }
+// Whatever goes wrong, the runner ends with a message and status 2 rather
+// than an abort: a program or table too large for memory, or any other
+// exception from the library or the standard library.
+int main(int argc, char** argv) {
+    try {
+        return Run(ParseOptions(argc, argv));
+    } catch (const std::bad_alloc&) {
+        std::fputs("qzrun: error: out of memory\n", stderr);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "qzrun: error: %s\n", e.what());
+    } catch (...) {
+        std::fputs("qzrun: error: unexpected failure\n", stderr);
+    }
+    return kExitUsage;
+}

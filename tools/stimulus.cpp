@@ -1,11 +1,12 @@
 #include "stimulus.h"
 
+#include "input_file.h"
+
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <set>
+#include <sstream>
 
 namespace qzrun {
 namespace {
@@ -75,12 +76,10 @@ bool ParseValue(const std::string& text, double& value) {
     return end && *end == '\0' && errno != ERANGE;
 }
 
-bool ReadStimulus(const std::string& path, Stimulus& stimulus, std::string& error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        error = "cannot read '" + path + "': " + std::strerror(errno);
-        return false;
-    }
+bool ReadStimulus(const std::string& path, uint64_t maxBytes, Stimulus& stimulus, std::string& error) {
+    std::string bytes;
+    if (!ReadInputFile(path, maxBytes, bytes, error)) return false;
+    std::istringstream in(std::move(bytes));
     stimulus = Stimulus{};
     char separator = ',';
     bool haveHeader = false;

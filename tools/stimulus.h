@@ -3,6 +3,7 @@
 #ifndef QZRUN_STIMULUS_H
 #define QZRUN_STIMULUS_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,12 +14,13 @@ struct Stimulus {
     std::vector<std::vector<double>> Rows;  // one value a name, a row a cycle
 };
 
-// Reads `path`. Fields are separated by commas (or by semicolons when the
+// Reads `path`, a regular file of at most `maxBytes` bytes. Fields are separated by commas (or by semicolons when the
 // header has semicolons and no comma), may be quoted, and are trimmed. Blank
 // lines and lines starting with '#' are skipped. A value is a number or
 // TRUE/FALSE; an empty field repeats the value above it. On failure returns
-// false with `error` in the form "FILE:LINE: message".
-bool ReadStimulus(const std::string& path, Stimulus& stimulus, std::string& error);
+// false with `error` in the form "FILE:LINE: message" (or the reason the file
+// cannot be read).
+bool ReadStimulus(const std::string& path, uint64_t maxBytes, Stimulus& stimulus, std::string& error);
 
 // Parses one value as ReadStimulus does (also used for --set).
 bool ParseValue(const std::string& text, double& value);

@@ -11,6 +11,10 @@
 #   -DEXPECT_EMPTY_STDERR=1 standard error must be empty
 #   -DEXPECT_STDERR_ONCE=t  standard error must hold the text t exactly once
 #   -DMAX_SECONDS=s         the run must finish within this time (fractions allowed)
+#   -DMAKE_FIFO=name        create a FIFO of this name in WORKDIR for the run (removed after)
+#   -DMAX_STDERR_LINE=n     no line of standard error may be longer than n characters
+#   -DEXPECT_CARET_UNDER=t  the caret line of the source snippet on standard error has its
+#                           '^' in the column where the snippet line shows the text t
 cmake_minimum_required(VERSION 3.25)
 
 string(REPLACE "|" ";" args "${ARGS}")
@@ -21,11 +25,22 @@ if(NOT DEFINED WORKDIR)
   set(WORKDIR ".")
 endif()
 
+if(DEFINED MAKE_FIFO)
+  file(REMOVE "${WORKDIR}/${MAKE_FIFO}")
+  execute_process(COMMAND mkfifo "${WORKDIR}/${MAKE_FIFO}" RESULT_VARIABLE fifo_rc)
+  if(NOT fifo_rc EQUAL 0)
+    message(FATAL_ERROR "cannot create the FIFO ${WORKDIR}/${MAKE_FIFO}")
+  endif()
+endif()
+
 string(TIMESTAMP started "%s%f")
 execute_process(COMMAND ${QZRUN} ${args}
   WORKING_DIRECTORY "${WORKDIR}"
   OUTPUT_VARIABLE out ERROR_VARIABLE err RESULT_VARIABLE rc)
 string(TIMESTAMP finished "%s%f")
+if(DEFINED MAKE_FIFO)
+  file(REMOVE "${WORKDIR}/${MAKE_FIFO}")
+endif()
 
 set(problems "")
 if(NOT rc STREQUAL "${EXPECT_EXIT}")
@@ -67,6 +82,34 @@ if(DEFINED EXPECT_STDERR_ONCE)
 endif()
 if(EXPECT_EMPTY_STDERR AND NOT err STREQUAL "")
   string(APPEND problems "standard error should be empty\n")
+endif()
+# Standard error as a list of lines (';' would split them too, so it is
+# spelt out first).
+string(REPLACE ";" "<semicolon>" err_lines "${err}")
+string(REPLACE "\n" ";" err_lines "${err_lines}")
+if(DEFINED MAX_STDERR_LINE)
+  foreach(line IN LISTS err_lines)
+    string(LENGTH "${line}" length)
+    if(length GREATER MAX_STDERR_LINE)
+      string(APPEND problems "a line of standard error has ${length} characters, more than ${MAX_STDERR_LINE}\n")
+    endif()
+  endforeach()
+endif()
+if(DEFINED EXPECT_CARET_UNDER)
+  set(snippet "")
+  set(caret "")
+  foreach(line IN LISTS err_lines)
+    if(snippet AND NOT caret)
+      set(caret "${line}")
+    elseif(NOT snippet AND line MATCHES "^ *[0-9]+ \\| ")
+      set(snippet "${line}")
+    endif()
+  endforeach()
+  string(FIND "${snippet}" "${EXPECT_CARET_UNDER}" text_at)
+  string(FIND "${caret}" "^" caret_at)
+  if(text_at EQUAL -1 OR NOT caret_at EQUAL text_at)
+    string(APPEND problems "the caret (column ${caret_at}) is not under '${EXPECT_CARET_UNDER}' (column ${text_at})\n")
+  endif()
 endif()
 if(DEFINED MAX_SECONDS)
   # Microseconds; math() has no fractions, so the limit is scaled instead.

@@ -10,6 +10,7 @@
 
 #include "qz_st_intrpr_main.h"
 
+#include <QHash>
 #include <cmath>
 #include <cstdint>
 #include <cstring>

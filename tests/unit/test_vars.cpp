@@ -1,10 +1,13 @@
 // The variable table: find-or-create ignoring case (Unicode rules for UTF-8
-// names, bytes as they are otherwise), the 2048-bucket hash, the per-kind
-// declaration lists, Clear, deleteVar, and GetVar of the current frame.
+// names, bytes as they are otherwise), the keyed hash and the buckets that
+// grow, the per-kind declaration lists, Clear, deleteVar, and GetVar of the
+// current frame.
+#include "colliding_names.h"
 #include "test_machine.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstring>
 #include <list>
@@ -39,21 +42,33 @@ std::vector<std::string> Names(const std::list<Var>& list) {
     return names;
 }
 
-// The hash over a key's bytes taken as signed values.
-uint32_t SignedHash(const std::string& key) {
-    uint32_t h = 0;
-    for (char c : key) h = h * 31u + uint32_t(int32_t(static_cast<signed char>(c)));
-    return h;
-}
-uint32_t UnsignedHash(const std::string& key) {
-    uint32_t h = 0;
-    for (char c : key) h = h * 31u + uint32_t(static_cast<unsigned char>(c));
-    return h;
-}
 bool InChain(Var* head, const Var* var) {
     for (; head; head = head->Next)
         if (head == var) return true;
     return false;
+}
+// The bucket of the first array a record sits in.
+uint32_t BucketOf(const Var* var) { return var->KeyHash % kBuckets; }
+
+// Creates "N0", "N1", ... until one lands in a bucket already taken; returns
+// that record, which heads its chain with the earlier one behind it.
+Var* CreateUntilTwoShareABucket(CQZ_Vars& vars) {
+    for (int i = 0;; ++i) {
+        Var* var = vars.lookup(("N" + std::to_string(i)).c_str(), char(ttV), char(ttDINT), 0.0, 0, true);
+        if (var->Next) return var;
+    }
+}
+
+// The longest chain among the records of `vars`: a record's chain runs from
+// it to the end of its bucket, so the longest is the head's.
+size_t LongestChain(const CQZ_Vars& vars) {
+    size_t longest = 0;
+    for (uint32_t i = 0; i < vars.RecordCount(); ++i) {
+        size_t length = 0;
+        for (const Var* var = vars.Record(i); var; var = var->Next) ++length;
+        longest = std::max(longest, length);
+    }
+    return longest;
 }
 
 // Runs `body` under the C locale and, where installed, a UTF-8 one: names
@@ -237,34 +252,43 @@ TEST(VarTable, ClearEmptiesEverything) {
 }
 
 TEST(VarTable, DeleteVarRemovesTheChainFromThatRecordOn) {
-    // "A" and "BC" share bucket 65; the later record heads the chain.
     Table t;
-    Var* a = Create(t.Vars, "A");
-    Var* bc = Create(t.Vars, "BC");
-    ASSERT_EQ(t.Buckets[65], bc);
-    ASSERT_EQ(bc->Next, a);
+    Var* head = CreateUntilTwoShareABucket(t.Vars);
+    Var* tail = head->Next;
+    ASSERT_EQ(tail->Next, nullptr);
+    const uint32_t bucket = BucketOf(head);
+    ASSERT_EQ(t.Buckets[bucket], head);
+    const std::string headName = head->VarName;
+    const std::string tailName = tail->VarName;
+    const size_t declared = List(t.Vars, ttV).size();
 
     t.Vars.deleteVar(nullptr);  // nothing
-    EXPECT_EQ(Find(t.Vars, "A"), a);
+    EXPECT_EQ(Find(t.Vars, tailName), tail);
 
-    t.Vars.deleteVar(a);  // the tail only
-    EXPECT_EQ(Find(t.Vars, "A"), nullptr);
-    EXPECT_EQ(Find(t.Vars, "BC"), bc);
-    EXPECT_EQ(t.Buckets[65], bc);
-    EXPECT_EQ(bc->Next, nullptr);
+    t.Vars.deleteVar(tail);  // the tail only
+    EXPECT_EQ(Find(t.Vars, tailName), nullptr);
+    EXPECT_EQ(Find(t.Vars, headName), head);
+    EXPECT_EQ(t.Buckets[bucket], head);
+    EXPECT_EQ(head->Next, nullptr);
 
-    Create(t.Vars, "A");
-    t.Vars.deleteVar(t.Buckets[65]);  // head and everything behind it
-    EXPECT_EQ(t.Buckets[65], nullptr);
-    EXPECT_EQ(Find(t.Vars, "A"), nullptr);
-    EXPECT_EQ(Find(t.Vars, "BC"), nullptr);
+    Var* again = Create(t.Vars, tailName);
+    ASSERT_EQ(t.Buckets[bucket], again);
+    t.Vars.deleteVar(t.Buckets[bucket]);  // head and everything behind it
+    EXPECT_EQ(t.Buckets[bucket], nullptr);
+    EXPECT_EQ(Find(t.Vars, tailName), nullptr);
+    EXPECT_EQ(Find(t.Vars, headName), nullptr);
+    if (tailName != "N0") {
+        EXPECT_NE(Find(t.Vars, "N0"), nullptr);  // other chains stay
+    }
     // The declaration lists are not touched.
-    EXPECT_EQ(Names(List(t.Vars, ttV)), (std::vector<std::string>{"A", "BC", "A"}));
+    const std::vector<std::string> names = Names(List(t.Vars, ttV));
+    ASSERT_EQ(names.size(), declared + 1);
+    EXPECT_EQ(names.back(), tailName);
 }
 
 // ---- Hash and buckets ----
 
-TEST(VarHash, RecordsSitInTheBucketOfTheirUpperCasedKey) {
+TEST(VarHash, RecordsSitInTheBucketOfTheirKeysHash) {
     Table t;
     struct Case {
         std::string Name;
@@ -284,45 +308,78 @@ TEST(VarHash, RecordsSitInTheBucketOfTheirUpperCasedKey) {
         SCOPED_TRACE(c.Key);
         Var* var = Create(t.Vars, c.Name);
         ASSERT_NE(var, nullptr);
-        EXPECT_TRUE(InChain(t.Buckets[SignedHash(c.Key) % kBuckets], var));
-    }
-    EXPECT_EQ(SignedHash(""), 0u);
-    EXPECT_TRUE(InChain(t.Buckets[0], Find(t.Vars, "")));
-}
-
-TEST(VarHash, BytesCountAsSignedValues) {
-    // Keys whose bucket differs when bytes are taken as unsigned.
-    for (const std::string& key : {std::string("\xFFTEMP"), std::string("\xE2\x82\xAC" "URO")}) {
-        ASSERT_NE(SignedHash(key) % kBuckets, UnsignedHash(key) % kBuckets) << key;
-        Table t;
-        Var* var = Create(t.Vars, key);
-        EXPECT_EQ(t.Buckets[SignedHash(key) % kBuckets], var) << key;
-        EXPECT_EQ(t.Buckets[UnsignedHash(key) % kBuckets], nullptr) << key;
+        EXPECT_EQ(var->KeyHash, uint32_t(var->KeyCheck));  // the bucket hash is the check's low half
+        EXPECT_TRUE(InChain(t.Buckets[BucketOf(var)], var));
+        // The key's own spelling hashes alike and finds the record.
+        Table other;
+        EXPECT_EQ(Create(other.Vars, c.Key)->KeyCheck, var->KeyCheck);
+        EXPECT_EQ(Find(t.Vars, c.Key), var);
     }
 }
 
-TEST(VarHash, CollidingNamesShareABucketAndStayApart) {
+TEST(VarHash, EveryTableOfTheProcessHashesAlike) {
+    // AddRecord takes records built in another table with their hash.
+    Table program;
+    CQZ_Vars frame;
+    for (const char* name : {"A", "Speed", "counter_7"})
+        EXPECT_EQ(Create(program.Vars, name)->KeyCheck, Create(frame, name)->KeyCheck) << name;
+}
+
+TEST(VarHash, NamesCraftedForTheOldHashSpreadOut) {
+    // 1024 names that all shared the old h * 31 hash, and so one bucket.
+    const std::vector<std::string> names = colliding::ByteHashCollidingNames(1024);
     Table t;
-    // Same bucket, different hashes: "A" is 65, "BC" is 2113.
-    ASSERT_EQ(SignedHash("A") % kBuckets, 65u);
-    ASSERT_EQ(SignedHash("BC") % kBuckets, 65u);
-    // Same full hash: 31 * 'A' + 'B' == 31 * 'B' + '#'.
-    ASSERT_EQ(SignedHash("AB"), SignedHash("B#"));
-    Var* a = Create(t.Vars, "a", ttV, 1.0);
-    Var* bc = Create(t.Vars, "bc", ttV, 2.0);
+    for (const std::string& name : names) Create(t.Vars, name);
+    size_t used = 0;
+    for (Var* head : t.Buckets) used += head != nullptr;
+    EXPECT_GT(used, 600u);  // about 800 expected from a random hash
+    EXPECT_LT(LongestChain(t.Vars), 10u);
+}
+
+TEST(VarHash, NamesSharingABucketStayApart) {
+    Table t;
+    Var* head = CreateUntilTwoShareABucket(t.Vars);
+    Var* tail = head->Next;
+    EXPECT_EQ(t.Buckets[BucketOf(head)], head);
+    EXPECT_EQ(BucketOf(tail), BucketOf(head));
+    head->VarValue = 1.0;
+    tail->VarValue = 2.0;
+    EXPECT_EQ(Find(t.Vars, head->VarName), head);
+    EXPECT_EQ(Find(t.Vars, tail->VarName), tail);
+    // Names that shared the whole old hash (31 * 'A' + 'B' == 31 * 'B' + '#').
+    ASSERT_EQ(colliding::ByteHash31("AB"), colliding::ByteHash31("B#"));
     Var* ab = Create(t.Vars, "ab", ttV, 3.0);
     Var* bh = Create(t.Vars, "b#", ttV, 4.0);
-    EXPECT_EQ(t.Buckets[65], bc);
-    EXPECT_EQ(bc->Next, a);
-    EXPECT_EQ(t.Buckets[2081 % kBuckets], bh);
-    EXPECT_EQ(bh->Next, ab);
-    EXPECT_EQ(Find(t.Vars, "A"), a);
-    EXPECT_EQ(Find(t.Vars, "BC"), bc);
+    EXPECT_NE(ab, bh);
     EXPECT_EQ(Find(t.Vars, "AB"), ab);
     EXPECT_EQ(Find(t.Vars, "B#"), bh);
     EXPECT_EQ(Find(t.Vars, "B"), nullptr);
-    EXPECT_EQ(a->VarValue, 1.0);
     EXPECT_EQ(bh->VarValue, 4.0);
+}
+
+TEST(VarHash, ProgramTableGrowsPastItsFirstArray) {
+    Table t;
+    std::vector<Var*> vars;
+    for (int i = 0; i < 20000; ++i) vars.push_back(Create(t.Vars, "var" + std::to_string(i), ttV, i));
+    // The records moved to the table's own buckets; the caller's array is
+    // left with no chains that could go stale.
+    for (Var* head : t.Buckets) EXPECT_EQ(head, nullptr);
+    EXPECT_LT(LongestChain(t.Vars), 16u);
+    for (int i = 0; i < 20000; ++i) ASSERT_EQ(Find(t.Vars, "VAR" + std::to_string(i)), vars[size_t(i)]) << i;
+    for (uint32_t i = 0; i < t.Vars.RecordCount(); ++i) ASSERT_EQ(t.Vars.Record(i), vars[i]);
+    EXPECT_EQ(List(t.Vars, ttV).size(), 20000u);
+    // Later creations, deleteVar and Clear work on the grown buckets.
+    Var* late = Create(t.Vars, "late");
+    EXPECT_EQ(Find(t.Vars, "LATE"), late);
+    t.Vars.deleteVar(late);
+    EXPECT_EQ(Find(t.Vars, "LATE"), nullptr);
+    EXPECT_EQ(Find(t.Vars, "VAR7"), vars[7]);
+    t.Vars.Clear();
+    EXPECT_EQ(Find(t.Vars, "VAR7"), nullptr);
+    EXPECT_EQ(t.Vars.RecordCount(), 0u);
+    Var* fresh = Create(t.Vars, "var7", ttV, 1.0);
+    EXPECT_EQ(Find(t.Vars, "VAR7"), fresh);
+    EXPECT_EQ(Names(List(t.Vars, ttV)), std::vector<std::string>{"var7"});
 }
 
 TEST(VarHash, ManyNamesAllFound) {
@@ -342,6 +399,7 @@ TEST(VarHash, FrameTablesFindTheSameWay) {
     for (int i = 0; i < 500; ++i) vars.push_back(Create(frame, "Local" + std::to_string(i), ttV, i));
     for (int i = 0; i < 500; ++i) ASSERT_EQ(Find(frame, "LOCAL" + std::to_string(i)), vars[size_t(i)]) << i;
     EXPECT_EQ(Create(frame, "local7"), vars[7]);
+    EXPECT_LT(LongestChain(frame), 10u);  // its 64 buckets grew
     frame.Clear();
     EXPECT_EQ(Find(frame, "LOCAL7"), nullptr);
 }
