@@ -65,16 +65,17 @@ const char* const kScanProgram =
     "RET RET";
 
 const char* const kScanLua = R"(
-local get, set, tick, sin, sqrt, fmod = get, set, tick, math.sin, math.sqrt, math.fmod
+local get, set, tick, sin, sqrt = get, set, tick, math.sin, math.sqrt
+-- Kept from cycle to cycle. Bits are the integers 0 and 1: they are added,
+-- shifted and handed to set() as numbers.
 local L0, L1, T1RUN, T1START, T2RUN, T2START, CNT, DI6P = 0, 0, 0, 0, 0, 0, 0, 0
-local DO0, DO1, DO4, DO5 = 0, 0, 0, 0
 
 local function scale(raw)
-  local lo, hi = -50.0, 150.0
-  return lo + raw * (hi - lo) / 32767.0
+  return -50.0 + raw * 200.0 / 32767.0  -- lo + raw * (hi - lo) / 32767
 end
 
 function cycle()
+  -- Integer ports arrive as Lua integers, the others as floats.
   local di0, di1, di2, di3 = get("DI0"), get("DI1"), get("DI2"), get("DI3")
   local di4, di5, di6, di7 = get("DI4"), get("DI5"), get("DI6"), get("DI7")
   local ai0, ai1, ai2, ai3 = get("AI0"), get("AI1"), get("AI2"), get("AI3")
@@ -82,49 +83,53 @@ function cycle()
 
   if di0 ~= 0 then L0 = 1 end
   if di1 ~= 0 then L0 = 0 end
-  DO0 = L0
   if di2 ~= 0 then L1 = 1 end
   if di3 ~= 0 then L1 = 0 end
-  DO1 = L1
-  local DO2 = (1000 < ai0) and 1 or 0
-  local DO3 = (ai1 <= ai2) and 1 or 0
+  local DO2 = 1000 < ai0 and 1 or 0
+  local DO3 = ai1 <= ai2 and 1 or 0
 
+  -- The tick only grows, and a timer runs far less than 2^31 ms: the
+  -- elapsed time needs no 32-bit wrapping.
   local now = tick()
+  local DO4, DO5 = 0, 0
   if di4 ~= 0 then
     if T1RUN == 0 then T1START = now; T1RUN = 1 end
-    DO4 = (500 <= ((now - T1START + 0x80000000) & 0xFFFFFFFF) - 0x80000000) and 1 or 0
+    if now - T1START >= 500 then DO4 = 1 end
   else
-    T1RUN = 0; DO4 = 0
+    T1RUN = 0
   end
   if di5 ~= 0 then
     if T2RUN == 0 then T2START = now; T2RUN = 1 end
-    DO5 = (1200 <= ((now - T2START + 0x80000000) & 0xFFFFFFFF) - 0x80000000) and 1 or 0
+    if now - T2START >= 1200 then DO5 = 1 end
   else
-    T2RUN = 0; DO5 = 0
+    T2RUN = 0
   end
 
-  if di6 ~= 0 and DI6P == 0 then CNT = ((1 + CNT + 0x80000000) & 0xFFFFFFFF) - 0x80000000 end
+  -- One edge every few cycles: the counter never comes near 2^31.
+  if di6 ~= 0 and DI6P == 0 then CNT = CNT + 1 end
   DI6P = di6
-  local Q0 = CNT
-  local DO6 = ((di7 ~= 0) ~= (L0 ~= 0)) and 1 or 0
+  local DO6 = L0 ~ di7
 
-  local t = ((ai1 + (((3 * ai0 + 0x80000000) & 0xFFFFFFFF) - 0x80000000) + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  local q = t >= 0 and t // 4 or -((-t) // 4)
-  local Q1 = ((q - fmod(ai2, 7) + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  local sq = ((ai3 * ai3 + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  sq = ((17 * sq + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  local Q2 = ((CNT + sq + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  local Q3 = ((CNT << 4) & 0xFF0) | (DO0 + 2 * DO1 + 4 * DO4 + 8 * DO5)
+  -- AI0..AI3 are 16-bit, so 3 * AI0 + AI1 and the quotient and remainder
+  -- stay small; DIV and MOD truncate towards zero.
+  local t = 3 * ai0 + ai1
+  local q = t >= 0 and t // 4 or -(-t // 4)
+  local r = ai2 >= 0 and ai2 % 7 or -(-ai2 % 7)
+  local Q1 = q - r
+  -- 17 * AI3^2 overflows 32 bits: wrapped once, as the interpreter's
+  -- wrapping MUL, MUL, ADD give the same low 32 bits.
+  local Q2 = (17 * ai3 * ai3 + CNT + 0x80000000 & 0xFFFFFFFF) - 0x80000000
+  local Q3 = CNT << 4 & 0xFF0 | L0 | L1 << 1 | DO4 << 2 | DO5 << 3
 
   local Y0 = 32.0 + 1.8 * m0
   local Y1 = (m1 - m2) / 2.5
   local Y2 = sqrt(m0 * m0 + m3 * m3)
   local Y3 = sin(m1) + scale(ai3)
-  local DO7 = (100.0 < Y0) and 1 or 0
+  local DO7 = 100.0 < Y0 and 1 or 0
 
-  set("DO0", DO0) set("DO1", DO1) set("DO2", DO2) set("DO3", DO3)
+  set("DO0", L0) set("DO1", L1) set("DO2", DO2) set("DO3", DO3)
   set("DO4", DO4) set("DO5", DO5) set("DO6", DO6) set("DO7", DO7)
-  set("Q0", Q0) set("Q1", Q1) set("Q2", Q2) set("Q3", Q3)
+  set("Q0", CNT) set("Q1", Q1) set("Q2", Q2) set("Q3", Q3)
   set("Y0", Y0) set("Y1", Y1) set("Y2", Y2) set("Y3", Y3)
 end
 )";
@@ -219,12 +224,13 @@ const char* const kLoopLua = R"(
 local get, set = get, set
 function cycle()
   local n = get("N")
-  local sum, i = 0, 0
-  repeat
-    sum = ((i + sum + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-    i = ((1 + i + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  until not (n > i)
-  set("RESULT", sum)
+  -- The program tests N > I after the body, but its first turn adds I = 0,
+  -- so a for loop gives the same sum. I stays below N; the sum of 100,000
+  -- turns passes 2^31, and 64-bit integers carry it exactly: wrapped once at
+  -- the end, it has the low 32 bits of the interpreter's wrapping sum.
+  local sum = 0
+  for i = 0, n - 1 do sum = sum + i end
+  set("RESULT", (sum + 0x80000000 & 0xFFFFFFFF) - 0x80000000)
 end
 )";
 
@@ -255,17 +261,14 @@ const char* const kCallProgram =
 const char* const kCallLua = R"(
 local get, set = get, set
 local function f(x)
-  local z = ((3 * x + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  local z = 3 * x  -- DINT; x < N = 1000, far from overflowing
   local y = 0.5 * x
   return z + y
 end
 function cycle()
   local n = get("N")
-  local acc, k = 0.0, 0
-  repeat
-    acc = acc + f(k)
-    k = ((1 + k + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  until not (n > k)
+  local acc = 0.0
+  for k = 0, n - 1 do acc = acc + f(k) end
   set("OUT", acc)
 end
 )";
@@ -306,14 +309,13 @@ const char* const kBuiltinLua = R"(
 local get, set, sin, sqrt = get, set, math.sin, math.sqrt
 function cycle()
   local n = get("N")
-  local acc, k = 0.0, 0
-  repeat
+  local acc = 0.0
+  for k = 0, n - 1 do
     local x = 0.001 * k
     acc = sin(x) + acc
     acc = sqrt(x) + acc
     acc = x ^ 1.5 + acc
-    k = ((1 + k + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  until not (n > k)
+  end
   set("OUT", acc)
 end
 )";
