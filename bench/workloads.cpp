@@ -142,56 +142,58 @@ public:
         const int32_t ai0 = int32_t(in[8]), ai1 = int32_t(in[9]), ai2 = int32_t(in[10]), ai3 = int32_t(in[11]);
         const double m0 = in[12], m1 = in[13], m2 = in[14], m3 = in[15];
 
-        if (di0) L0 = 1;
-        if (di1) L0 = 0;
-        Do0 = L0;
-        if (di2) L1 = 1;
-        if (di3) L1 = 0;
-        Do1 = L1;
-        const int do2 = 1000 < ai0, do3 = ai1 <= ai2;
+        if (di0) L0 = true;
+        if (di1) L0 = false;
+        if (di2) L1 = true;
+        if (di3) L1 = false;
 
-        const int64_t now = int64_t(Tick.Read());
+        // NOW is a UDINT and the elapsed time a wrapping 32-bit difference.
+        const uint32_t now = uint32_t(Tick.Read());
+        bool do4 = false, do5 = false;
         if (di4) {
             if (!T1Run) T1Start = now, T1Run = true;
-            Do4 = 500 <= Wrap(now - T1Start);
+            do4 = 500 <= int32_t(now - T1Start);
         } else {
-            T1Run = false, Do4 = 0;
+            T1Run = false;
         }
         if (di5) {
             if (!T2Run) T2Start = now, T2Run = true;
-            Do5 = 1200 <= Wrap(now - T2Start);
+            do5 = 1200 <= int32_t(now - T2Start);
         } else {
-            T2Run = false, Do5 = 0;
+            T2Run = false;
         }
-        if (di6 && !Di6p) Count = Wrap(int64_t(1) + Count);
+        if (di6 && !Di6p) Count = int32_t(uint32_t(Count) + 1u);
         Di6p = di6;
-        const int do6 = di7 != (L0 != 0);
 
-        const int32_t t = Wrap(int64_t(ai1) + Wrap(int64_t(3) * ai0));
-        const int32_t q1 = Wrap(int64_t(t / 4) - ai2 % 7);
-        const int32_t q2 = Wrap(int64_t(Count) + Wrap(int64_t(17) * Wrap(int64_t(ai3) * ai3)));
-        const int32_t q3 = int32_t((uint32_t(Count) << 4) & 0xFF0u) | (Do0 + 2 * Do1 + 4 * Do4 + 8 * Do5);
-
+        // DINT arithmetic wraps: unsigned 32-bit operations give its bits.
+        const int32_t t = int32_t(3u * uint32_t(ai0) + uint32_t(ai1));
+        const int32_t q1 = int32_t(uint32_t(t / 4) - uint32_t(ai2 % 7));
+        const int32_t q2 = int32_t(17u * uint32_t(ai3) * uint32_t(ai3) + uint32_t(Count));
+        const int32_t q3 =
+            int32_t((uint32_t(Count) << 4) & 0xFF0u) | (L0 | L1 << 1 | do4 << 2 | do5 << 3);
         const double y0 = 32.0 + 1.8 * m0;
-        const double y1 = (m1 - m2) / 2.5;
-        const double y2 = std::sqrt(m0 * m0 + m3 * m3);
-        const double y3 = std::sin(m1) + Scale(ai3);
-        const int do7 = 100.0 < y0;
 
-        const double values[] = {double(Do0), double(Do1), double(do2), double(do3), double(Do4), double(Do5),
-                                 double(do6), double(do7), double(Count), double(q1),  double(q2),  double(q3),
-                                 y0,          y1,          y2,          y3};
-        for (int i = 0; i < 16; ++i) out[i] = values[i];
+        out[0] = L0;
+        out[1] = L1;
+        out[2] = 1000 < ai0;
+        out[3] = ai1 <= ai2;
+        out[4] = do4;
+        out[5] = do5;
+        out[6] = di7 != L0;
+        out[7] = 100.0 < y0;
+        out[8] = Count;
+        out[9] = q1;
+        out[10] = q2;
+        out[11] = q3;
+        out[12] = y0;
+        out[13] = (m1 - m2) / 2.5;
+        out[14] = std::sqrt(m0 * m0 + m3 * m3);
+        out[15] = std::sin(m1) + (-50.0 + ai3 * 200.0 / 32767.0);  // lo + raw * (hi - lo) / 32767
     }
 
 private:
-    static double Scale(double raw) {
-        const double lo = -50.0, hi = 150.0;
-        return lo + raw * (hi - lo) / 32767.0;
-    }
-    int L0 = 0, L1 = 0, Do0 = 0, Do1 = 0, Do4 = 0, Do5 = 0;
-    bool T1Run = false, T2Run = false, Di6p = false;
-    int64_t T1Start = 0, T2Start = 0;
+    bool L0 = false, L1 = false, T1Run = false, T2Run = false, Di6p = false;
+    uint32_t T1Start = 0, T2Start = 0;
     int32_t Count = 0;
     TickCounter Tick;
 };
@@ -237,13 +239,12 @@ end
 class NativeLoop : public NativeProgram {
 public:
     void Cycle(const double* in, double* out) override {
-        const double n = in[0];
-        int32_t sum = 0, i = 0;
-        do {
-            sum = Wrap(int64_t(i) + sum);
-            i = Wrap(int64_t(1) + i);
-        } while (n > i);
-        out[0] = sum;
+        // The first turn adds I = 0, so testing before the body gives the
+        // same sum. Unsigned addition wraps as DINT's ADD does.
+        const int32_t n = int32_t(in[0]);
+        uint32_t sum = 0;
+        for (int32_t i = 0; i < n; ++i) sum += uint32_t(i);
+        out[0] = int32_t(sum);
     }
 };
 
@@ -276,19 +277,15 @@ end
 class NativeCall : public NativeProgram {
 public:
     void Cycle(const double* in, double* out) override {
-        const double n = in[0];
+        const int32_t n = int32_t(in[0]);
         double acc = 0.0;
-        int32_t k = 0;
-        do {
-            acc = acc + F(k);
-            k = Wrap(int64_t(1) + k);
-        } while (n > k);
+        for (int32_t k = 0; k < n; ++k) acc = acc + F(k);
         out[0] = acc;
     }
 
 private:
     static double F(int32_t x) {
-        const int32_t z = Wrap(int64_t(3) * x);
+        const int32_t z = int32_t(3u * uint32_t(x));  // DINT: wraps
         const double y = 0.5 * x;
         return z + y;
     }
@@ -323,16 +320,14 @@ end
 class NativeBuiltin : public NativeProgram {
 public:
     void Cycle(const double* in, double* out) override {
-        const double n = in[0];
+        const int32_t n = int32_t(in[0]);
         double acc = 0.0;
-        int32_t k = 0;
-        do {
+        for (int32_t k = 0; k < n; ++k) {
             const double x = 0.001 * k;
             acc = std::sin(x) + acc;
             acc = std::sqrt(x) + acc;
             acc = std::pow(x, 1.5) + acc;
-            k = Wrap(int64_t(1) + k);
-        } while (n > k);
+        }
         out[0] = acc;
     }
 };
