@@ -1,5 +1,6 @@
-// The four workloads: a realistic scan, a counting loop, subprogram calls and
-// built-in functions, each as an interpreter program, as Lua and as C++.
+// The five workloads: a realistic scan, a counting loop, subprogram calls,
+// built-in functions and a mix of every instruction family, each as an
+// interpreter program, as Lua and as C++.
 #include "workloads.h"
 
 #include <cmath>
@@ -332,6 +333,197 @@ public:
     }
 };
 
+// ---- mixed: one cycle of about 2,000 instructions of every family ----
+//
+// 25 channels a cycle. Each turn draws a raw reading from a xorshift
+// generator (shifts, bit operations on UDINT), scales it in a subprogram
+// (REAL stores), filters it (LREAL), folds it into integer sums (DIV, MOD,
+// a wrapping hash), counts it as a high or low alarm through a reference,
+// sets the channel's flag bit, and mixes it into a checksum in a second
+// subprogram that updates the checksum through a reference passed on the
+// stack (ROL, BXOR); the generator's state rotated by the channel number
+// goes into the checksum too (ROR).
+
+const char* const kMixedProgram =
+    "PROG MIXED VAR "
+    "SEED VI DINT 0 GAIN VI REAL 0 LIMIT VI INT 0 MODE VI BOOL 0 "
+    "N V DINT 25 I V DINT 0 X V UDINT 0 RAW V DINT 0 ENG V REAL 0 SUM V LREAL 0 "
+    "ACC V DINT 0 H V DINT 0 HI V DINT 0 LO V DINT 0 P V DINT 0 FLAGS V DINT 0 CHK V UDINT 0 "
+    "FILT VG LREAL 0 "
+    "OCHK VO UDINT 0 OH VO DINT 0 OACC VO INT 0 OFLAGS VO DINT 0 OHI VO DINT 0 OLO VO DINT 0 "
+    "OSUM VO LREAL 0 OMEAN VO LREAL 0 OFILT VO LREAL 0 OFIX VO DINT 0 OENG VO REAL 0 "
+    "MAIN "
+    "MOV @SEED R0 BOR 1 R0 MOV R0 @X "
+    // X := X xor X << 13, xor X >> 17, xor X << 5 (UDINT: logical shifts).
+    "L: MOV @X R0 MOV 13 R1 SHL R0 R1 BXOR R1 R0 MOV 17 R1 SHR R0 R1 BXOR R1 R0 "
+    "MOV 5 R1 SHL R0 R1 BXOR R1 R0 MOV R0 @X "
+    // RAW := 2048 - (X AND 16#FFF), in -2047..2048.
+    "BAND 16#FFF R0 SUB 2048 R0 MOV R0 @RAW "
+    "MOV @RAW PUSH MOV @GAIN PUSH CAL SCALE MOV R0 @ENG "
+    // FILT := FILT + (ENG - FILT) * 0.125; SUM := SUM + ENG * ENG.
+    "MOV @FILT R0 SUB @ENG R0 MUL 0.125 R0 ADD @FILT R0 MOV R0 @FILT "
+    "MOV @ENG R0 MUL @ENG R0 ADD @SUM R0 MOV R0 @SUM "
+    // ACC := ACC + (RAW MOD 7) * (RAW DIV 3); H := H * 31 + RAW, wrapping.
+    "MOV 7 R0 MOD @RAW R0 MOV 3 R1 DIV @RAW R1 MUL R0 R1 ADD @ACC R1 MOV R1 @ACC "
+    "MOV @H R0 MUL 31 R0 ADD @RAW R0 MOV R0 @H "
+    // Above LIMIT (when MODE allows) counts in HI, below -LIMIT in LO.
+    "MOV @ENG R0 LT @LIMIT R0 AND @MODE R0 TST R0 JMPF M1 MOVA @HI @P JMP M2 "
+    "M1: MOV @LIMIT R0 NG R0 LT @ENG R0 NOT R0 TST R0 JMPT M3 MOVA @LO @P "
+    "M2: MOV ^P R0 ADD 1 R0 MOV R0 ^P MOV @I R1 SHL 1 R1 BOR @FLAGS R1 MOV R1 @FLAGS "
+    "M3: MOVA @CHK R0 MOV R0 PUSH MOV @RAW PUSH CAL MIX "
+    "MOV @I R1 ROR @X R1 BXOR @CHK R1 MOV R1 @CHK "
+    "MOV @I R1 ADD 1 R1 MOV R1 @I GT @N R1 TST R1 JMPT L "
+    "MOV @CHK R0 BNOT R0 MOV R0 @OCHK MOV @H @OH MOV @ACC R0 MUL 37 R0 MOV R0 @OACC "
+    "MOV @FLAGS @OFLAGS MOV @HI @OHI MOV @LO @OLO MOV @SUM @OSUM "
+    "MOV @SUM R0 MOV @N R1 DIV R0 R1 MOV R1 @OMEAN MOV @FILT @OFILT "
+    "MOV @FILT R0 MUL 100.0 R0 MOV R0 @OFIX MOV @ENG @OENG "
+    "RET "
+    // SCALE(raw, gain): REAL (raw * gain) + 0.1, rounded to REAL at each store.
+    "SCALE: SR V DINT 0 SG V REAL 0 SE V REAL 0 BODY "
+    "MOV POP @SG MOV POP @SR MOV @SR R0 MUL @SG R0 MOV R0 @SE MOV @SE R0 ADD 0.1 R0 MOV R0 @SE "
+    "MOV @SE R0 RET "
+    // MIX(reference to a checksum, value): checksum := (checksum ROL 5) BXOR value.
+    "MIX: MP V UDINT 0 MV V DINT 0 BODY "
+    "MOV POP @MV MOV POP R0 MOVA R0 @MP MOV 5 R1 ROL ^MP R1 BXOR @MV R1 MOV R1 ^MP RET "
+    "RET";
+
+const char* const kMixedLua = R"(
+local get, set, floor, ceil = get, set, math.floor, math.ceil
+local N <const> = 25
+local filt = 0.0  -- FILT, kept from cycle to cycle
+
+-- A REAL store rounds to single precision. Lua has only doubles: Veltkamp's
+-- split with 2^29 + 1 keeps the upper 24 significant bits, rounded to
+-- nearest with ties to even as a float conversion does (for values in the
+-- normal single range, as all of these are).
+local function scale(raw, gain)
+  local e = gain * raw
+  local c = e * 536870913.0
+  e = c - (c - e)
+  e = 0.1 + e
+  c = e * 536870913.0
+  return c - (c - e)
+end
+
+-- A checksum is 32 bits: kept in 0..2^32-1, cut back after every shift
+-- that can carry bits beyond.
+local function mix(chk, raw)
+  return (chk << 5 | chk >> 27) & 0xFFFFFFFF ~ raw & 0xFFFFFFFF
+end
+
+function cycle()
+  local x = (get("SEED") | 1) & 0xFFFFFFFF
+  local gain = get("GAIN")
+  local c = gain * 536870913.0  -- the input is REAL
+  gain = c - (c - gain)
+  local limit = get("LIMIT") + 0.0  -- compared with floats below
+  local nlimit = -limit
+  local mode = get("MODE") ~= 0
+
+  local f, sum, acc, h, hi, lo, flags, chk, eng = filt, 0.0, 0, 0, 0, 0, 0, 0, 0.0
+  for i = 0, N - 1 do
+    x = x ~ x << 13 & 0xFFFFFFFF
+    x = x ~ x >> 17
+    x = x ~ x << 5 & 0xFFFFFFFF
+    local raw = 2048 - (x & 0xFFF)
+    eng = scale(raw, gain)
+    f = f + (eng - f) * 0.125
+    sum = sum + eng * eng
+    -- DIV and MOD truncate towards zero; the terms stay small.
+    local m = raw >= 0 and raw % 7 or -(-raw % 7)
+    local q = raw >= 0 and raw // 3 or -(-raw // 3)
+    acc = acc + m * q
+    -- Wraps: only its low 32 bits count, cut back once after the loop.
+    h = h * 31 + raw
+    if mode and limit < eng then
+      hi = hi + 1
+      flags = flags | 1 << i
+    elseif eng < nlimit then
+      lo = lo + 1
+      flags = flags | 1 << i
+    end
+    chk = mix(chk, raw)
+    chk = chk ~ (x >> i | x << 32 - i) & 0xFFFFFFFF
+  end
+  filt = f
+
+  local fix = f * 100.0  -- to DINT: truncated
+  set("OCHK", ~chk & 0xFFFFFFFF)
+  set("OH", (h + 0x80000000 & 0xFFFFFFFF) - 0x80000000)
+  set("OACC", (37 * acc + 0x8000 & 0xFFFF) - 0x8000)  -- INT
+  set("OFLAGS", flags) set("OHI", hi) set("OLO", lo)
+  set("OSUM", sum) set("OMEAN", sum / N) set("OFILT", f)
+  set("OFIX", fix >= 0 and floor(fix) or ceil(fix))
+  set("OENG", eng)
+end
+)";
+
+class NativeMixed : public NativeProgram {
+public:
+    void Cycle(const double* in, double* out) override {
+        const int32_t seed = int32_t(in[0]);
+        const float gain = float(in[1]);  // REAL
+        const int32_t limit = int32_t(in[2]);
+        const bool mode = in[3] != 0;
+
+        uint32_t x = uint32_t(seed | 1), h = 0, chk = 0;
+        int32_t acc = 0, hi = 0, lo = 0, flags = 0;
+        double sum = 0.0;
+        float eng = 0.0f;
+        for (int32_t i = 0; i < kChannels; ++i) {
+            x ^= x << 13;
+            x ^= x >> 17;
+            x ^= x << 5;
+            const int32_t raw = 2048 - int32_t(x & 0xFFFu);
+            eng = Scale(raw, gain);
+            Filter = Filter + (eng - Filter) * 0.125;
+            sum = sum + double(eng) * eng;
+            acc += (raw % 7) * (raw / 3);
+            h = h * 31u + uint32_t(raw);
+            if (mode && limit < eng) {
+                ++hi;
+                flags |= 1 << i;
+            } else if (eng < -limit) {
+                ++lo;
+                flags |= 1 << i;
+            }
+            chk = RotateLeft(chk, 5) ^ uint32_t(raw);
+            chk ^= RotateRight(x, uint32_t(i));
+        }
+
+        const double fix = Filter * 100.0;
+        out[0] = ~chk;
+        out[1] = int32_t(h);
+        out[2] = int16_t(uint16_t(37u * uint32_t(acc)));  // INT
+        out[3] = flags;
+        out[4] = hi;
+        out[5] = lo;
+        out[6] = sum;
+        out[7] = sum / kChannels;
+        out[8] = Filter;
+        out[9] = int32_t(fix);
+        out[10] = eng;
+    }
+
+private:
+    static constexpr int32_t kChannels = 25;
+    // Both stores round to single precision.
+    static float Scale(int32_t raw, float gain) {
+        const float e = float(double(gain) * raw);
+        return float(0.1 + e);
+    }
+    static uint32_t RotateLeft(uint32_t v, uint32_t n) { return v << n | v >> ((32 - n) & 31); }
+    static uint32_t RotateRight(uint32_t v, uint32_t n) { return v >> n | v << ((32 - n) & 31); }
+    double Filter = 0.0;
+};
+
+void MixedInputs(uint64_t n, double* v) {
+    v[0] = double((n * 2654435761u) % 4294967296u) - 2147483648.0;  // SEED: all of DINT
+    v[1] = 0.004 + 0.0001 * double(n % 97);                            // GAIN: not a float
+    v[2] = double(8 + n % 13);                                          // LIMIT
+    v[3] = double((n >> 3) & 1);                                        // MODE
+}
+
 template <typename T>
 std::unique_ptr<NativeProgram> Make() {
     return std::unique_ptr<NativeProgram>(new T());
@@ -361,6 +553,12 @@ const std::vector<Workload>& Workloads() {
                              Make<NativeCall>});
         w.push_back(Workload{"builtin", kBuiltinProgram, kBuiltinLua, {{"N", true}}, {{"OUT", false}}, CallInputs, 1,
                              Make<NativeBuiltin>});
+        w.push_back(Workload{"mixed", kMixedProgram, kMixedLua,
+                             {{"SEED", true}, {"GAIN", false}, {"LIMIT", true}, {"MODE", true}},
+                             {{"OCHK", true}, {"OH", true}, {"OACC", true}, {"OFLAGS", true}, {"OHI", true},
+                              {"OLO", true}, {"OSUM", false}, {"OMEAN", false}, {"OFILT", false}, {"OFIX", true},
+                              {"OENG", false}},
+                             MixedInputs, 1024, Make<NativeMixed>});
         return w;
     }();
     return workloads;
