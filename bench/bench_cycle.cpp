@@ -7,6 +7,11 @@
 // the first cycle after loading). Before anything is timed, every workload
 // runs a few hundred cycles all three ways and the outputs are compared bit
 // for bit: the three ways compute the same thing.
+//
+// With --qz_callgrind=WORKLOAD/WAY (WAY: qz, lua or cpp) the binary instead
+// runs cycles of one workload one way for valgrind's callgrind, collecting
+// only inside the cycles, and prints how many program instructions those
+// cycles execute (see scripts/bench --callgrind).
 #include "alloc_count.h"
 #include "table_reporter.h"
 #include "workloads.h"
@@ -15,6 +20,15 @@
 
 #include <benchmark/benchmark.h>
 #include <lua.hpp>
+
+#if __has_include(<valgrind/callgrind.h>)
+#include <valgrind/callgrind.h>
+#define QZ_HAVE_CALLGRIND 1
+#else
+#define QZ_HAVE_CALLGRIND 0
+#define CALLGRIND_TOGGLE_COLLECT
+#define RUNNING_ON_VALGRIND 0
+#endif
 
 #include <QHash>
 #include <QString>
@@ -209,6 +223,76 @@ double CheckAgreement(const Workload& w, int cycles) {
     return double(instructions) / cycles;
 }
 
+// ---- Machine instructions per program instruction, under callgrind ----
+
+void CountInstruction(void* count, const QZTraceEvent*) { ++*static_cast<uint64_t*>(count); }
+
+// Runs `warm` cycles, then `cycles` more with callgrind collecting only
+// inside Cycle: loading, warming up and the harness's own loop are left out.
+template <typename Runner>
+void RunCollected(const Workload& w, const Inputs& inputs, uint64_t warm, uint64_t cycles) {
+    Runner runner(w);
+    for (uint64_t n = 0; n < warm + cycles; ++n) {
+        gSimulatedNow += kCycleMilliseconds;
+        const double* in = inputs.For(n);
+        if (n < warm) {
+            runner.Cycle(in);
+            continue;
+        }
+        CALLGRIND_TOGGLE_COLLECT;
+        runner.Cycle(in);
+        CALLGRIND_TOGGLE_COLLECT;
+    }
+}
+
+// `what` is WORKLOAD/WAY. Counts the program instructions of the cycles to
+// be measured with the trace hook on an interpreter of its own, then runs
+// the same cycles (same inputs, same simulated time) the chosen way. With
+// `cycles` 0, as many as make a million program instructions.
+int RunForCallgrind(const std::string& what, uint64_t cycles) {
+    const size_t slash = what.find('/');
+    const std::string name = what.substr(0, slash), way = slash == std::string::npos ? "" : what.substr(slash + 1);
+    const Workload* w = nullptr;
+    for (const Workload& candidate : Workloads())
+        if (name == candidate.Name) w = &candidate;
+    if (!w || (way != "qz" && way != "lua" && way != "cpp")) {
+        std::fprintf(stderr, "--qz_callgrind=%s: expected WORKLOAD/qz, /lua or /cpp\n", what.c_str());
+        return 2;
+    }
+    if (!QZ_HAVE_CALLGRIND || !RUNNING_ON_VALGRIND)
+        std::fprintf(stderr, "not running under callgrind: only the program instructions are counted\n");
+
+    const Inputs inputs(*w);
+    const uint64_t warm = w->Period + 2;  // every input pattern once, as in the benchmarks
+    const uint32_t start = gSimulatedNow;
+    uint64_t instructions = 0;
+    {
+        QzRunner counter(*w);
+        uint64_t n = 0;
+        for (; n < warm; ++n) {
+            gSimulatedNow += kCycleMilliseconds;
+            counter.Cycle(inputs.For(n));
+        }
+        QZSetTraceHook(counter.Object, CountInstruction, &instructions);
+        const bool fixed = cycles != 0;
+        for (uint64_t c = 0; fixed ? c < cycles : instructions < 1000000; ++c, ++n) {
+            gSimulatedNow += kCycleMilliseconds;
+            counter.Cycle(inputs.For(n));
+            if (!fixed) cycles = c + 1;
+        }
+    }
+    gSimulatedNow = start;
+    if (way == "qz")
+        RunCollected<QzRunner>(*w, inputs, warm, cycles);
+    else if (way == "lua")
+        RunCollected<LuaRunner>(*w, inputs, warm, cycles);
+    else
+        RunCollected<NativeRunner>(*w, inputs, warm, cycles);
+    std::printf("workload=%s way=%s cycles=%llu program_instructions=%llu\n", w->Name, way.c_str(),
+                static_cast<unsigned long long>(cycles), static_cast<unsigned long long>(instructions));
+    return 0;
+}
+
 // ---- Benchmarks ----
 
 template <typename Runner>
@@ -286,15 +370,30 @@ void BenchLoadAndFirstCycle(benchmark::State& state) {
 int main(int argc, char** argv) {
     using namespace qzbench;
     // --qz_quiet: print only the summary table.
+    // --qz_workloads: print the workloads' names, one a line.
+    // --qz_callgrind=WORKLOAD/WAY [--qz_cycles=N]: see RunForCallgrind.
     bool quiet = false;
+    std::string callgrind;
+    uint64_t cycles = 0;
     for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--qz_quiet") == 0) {
+        const std::string_view arg = argv[i];
+        if (arg == "--qz_quiet") {
             quiet = true;
-            for (int j = i; j + 1 < argc; ++j) argv[j] = argv[j + 1];
-            --argc;
-            --i;
+        } else if (arg == "--qz_workloads") {
+            for (const Workload& w : Workloads()) std::printf("%s\n", w.Name);
+            return 0;
+        } else if (arg.substr(0, 15) == "--qz_callgrind=") {
+            callgrind = std::string(arg.substr(15));
+        } else if (arg.substr(0, 12) == "--qz_cycles=") {
+            cycles = std::strtoull(argv[i] + 12, nullptr, 10);
+        } else {
+            continue;
         }
+        for (int j = i; j + 1 < argc; ++j) argv[j] = argv[j + 1];
+        --argc;
+        --i;
     }
+    if (!callgrind.empty()) return RunForCallgrind(callgrind, cycles);
     benchmark::Initialize(&argc, argv);
     for (const Workload& w : Workloads()) {
         const double instructions = CheckAgreement(w, 400);

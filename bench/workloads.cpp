@@ -1,5 +1,6 @@
-// The four workloads: a realistic scan, a counting loop, subprogram calls and
-// built-in functions, each as an interpreter program, as Lua and as C++.
+// The five workloads: a realistic scan, a counting loop, subprogram calls,
+// built-in functions and a mix of every instruction family, each as an
+// interpreter program, as Lua and as C++.
 #include "workloads.h"
 
 #include <cmath>
@@ -65,16 +66,17 @@ const char* const kScanProgram =
     "RET RET";
 
 const char* const kScanLua = R"(
-local get, set, tick, sin, sqrt, fmod = get, set, tick, math.sin, math.sqrt, math.fmod
+local get, set, tick, sin, sqrt = get, set, tick, math.sin, math.sqrt
+-- Kept from cycle to cycle. Bits are the integers 0 and 1: they are added,
+-- shifted and handed to set() as numbers.
 local L0, L1, T1RUN, T1START, T2RUN, T2START, CNT, DI6P = 0, 0, 0, 0, 0, 0, 0, 0
-local DO0, DO1, DO4, DO5 = 0, 0, 0, 0
 
 local function scale(raw)
-  local lo, hi = -50.0, 150.0
-  return lo + raw * (hi - lo) / 32767.0
+  return -50.0 + raw * 200.0 / 32767.0  -- lo + raw * (hi - lo) / 32767
 end
 
 function cycle()
+  -- Integer ports arrive as Lua integers, the others as floats.
   local di0, di1, di2, di3 = get("DI0"), get("DI1"), get("DI2"), get("DI3")
   local di4, di5, di6, di7 = get("DI4"), get("DI5"), get("DI6"), get("DI7")
   local ai0, ai1, ai2, ai3 = get("AI0"), get("AI1"), get("AI2"), get("AI3")
@@ -82,49 +84,53 @@ function cycle()
 
   if di0 ~= 0 then L0 = 1 end
   if di1 ~= 0 then L0 = 0 end
-  DO0 = L0
   if di2 ~= 0 then L1 = 1 end
   if di3 ~= 0 then L1 = 0 end
-  DO1 = L1
-  local DO2 = (1000 < ai0) and 1 or 0
-  local DO3 = (ai1 <= ai2) and 1 or 0
+  local DO2 = 1000 < ai0 and 1 or 0
+  local DO3 = ai1 <= ai2 and 1 or 0
 
+  -- The tick only grows, and a timer runs far less than 2^31 ms: the
+  -- elapsed time needs no 32-bit wrapping.
   local now = tick()
+  local DO4, DO5 = 0, 0
   if di4 ~= 0 then
     if T1RUN == 0 then T1START = now; T1RUN = 1 end
-    DO4 = (500 <= ((now - T1START + 0x80000000) & 0xFFFFFFFF) - 0x80000000) and 1 or 0
+    if now - T1START >= 500 then DO4 = 1 end
   else
-    T1RUN = 0; DO4 = 0
+    T1RUN = 0
   end
   if di5 ~= 0 then
     if T2RUN == 0 then T2START = now; T2RUN = 1 end
-    DO5 = (1200 <= ((now - T2START + 0x80000000) & 0xFFFFFFFF) - 0x80000000) and 1 or 0
+    if now - T2START >= 1200 then DO5 = 1 end
   else
-    T2RUN = 0; DO5 = 0
+    T2RUN = 0
   end
 
-  if di6 ~= 0 and DI6P == 0 then CNT = ((1 + CNT + 0x80000000) & 0xFFFFFFFF) - 0x80000000 end
+  -- One edge every few cycles: the counter never comes near 2^31.
+  if di6 ~= 0 and DI6P == 0 then CNT = CNT + 1 end
   DI6P = di6
-  local Q0 = CNT
-  local DO6 = ((di7 ~= 0) ~= (L0 ~= 0)) and 1 or 0
+  local DO6 = L0 ~ di7
 
-  local t = ((ai1 + (((3 * ai0 + 0x80000000) & 0xFFFFFFFF) - 0x80000000) + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  local q = t >= 0 and t // 4 or -((-t) // 4)
-  local Q1 = ((q - fmod(ai2, 7) + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  local sq = ((ai3 * ai3 + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  sq = ((17 * sq + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  local Q2 = ((CNT + sq + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  local Q3 = ((CNT << 4) & 0xFF0) | (DO0 + 2 * DO1 + 4 * DO4 + 8 * DO5)
+  -- AI0..AI3 are 16-bit, so 3 * AI0 + AI1 and the quotient and remainder
+  -- stay small; DIV and MOD truncate towards zero.
+  local t = 3 * ai0 + ai1
+  local q = t >= 0 and t // 4 or -(-t // 4)
+  local r = ai2 >= 0 and ai2 % 7 or -(-ai2 % 7)
+  local Q1 = q - r
+  -- 17 * AI3^2 overflows 32 bits: wrapped once, as the interpreter's
+  -- wrapping MUL, MUL, ADD give the same low 32 bits.
+  local Q2 = (17 * ai3 * ai3 + CNT + 0x80000000 & 0xFFFFFFFF) - 0x80000000
+  local Q3 = CNT << 4 & 0xFF0 | L0 | L1 << 1 | DO4 << 2 | DO5 << 3
 
   local Y0 = 32.0 + 1.8 * m0
   local Y1 = (m1 - m2) / 2.5
   local Y2 = sqrt(m0 * m0 + m3 * m3)
   local Y3 = sin(m1) + scale(ai3)
-  local DO7 = (100.0 < Y0) and 1 or 0
+  local DO7 = 100.0 < Y0 and 1 or 0
 
-  set("DO0", DO0) set("DO1", DO1) set("DO2", DO2) set("DO3", DO3)
+  set("DO0", L0) set("DO1", L1) set("DO2", DO2) set("DO3", DO3)
   set("DO4", DO4) set("DO5", DO5) set("DO6", DO6) set("DO7", DO7)
-  set("Q0", Q0) set("Q1", Q1) set("Q2", Q2) set("Q3", Q3)
+  set("Q0", CNT) set("Q1", Q1) set("Q2", Q2) set("Q3", Q3)
   set("Y0", Y0) set("Y1", Y1) set("Y2", Y2) set("Y3", Y3)
 end
 )";
@@ -137,56 +143,58 @@ public:
         const int32_t ai0 = int32_t(in[8]), ai1 = int32_t(in[9]), ai2 = int32_t(in[10]), ai3 = int32_t(in[11]);
         const double m0 = in[12], m1 = in[13], m2 = in[14], m3 = in[15];
 
-        if (di0) L0 = 1;
-        if (di1) L0 = 0;
-        Do0 = L0;
-        if (di2) L1 = 1;
-        if (di3) L1 = 0;
-        Do1 = L1;
-        const int do2 = 1000 < ai0, do3 = ai1 <= ai2;
+        if (di0) L0 = true;
+        if (di1) L0 = false;
+        if (di2) L1 = true;
+        if (di3) L1 = false;
 
-        const int64_t now = int64_t(Tick.Read());
+        // NOW is a UDINT and the elapsed time a wrapping 32-bit difference.
+        const uint32_t now = uint32_t(Tick.Read());
+        bool do4 = false, do5 = false;
         if (di4) {
             if (!T1Run) T1Start = now, T1Run = true;
-            Do4 = 500 <= Wrap(now - T1Start);
+            do4 = 500 <= int32_t(now - T1Start);
         } else {
-            T1Run = false, Do4 = 0;
+            T1Run = false;
         }
         if (di5) {
             if (!T2Run) T2Start = now, T2Run = true;
-            Do5 = 1200 <= Wrap(now - T2Start);
+            do5 = 1200 <= int32_t(now - T2Start);
         } else {
-            T2Run = false, Do5 = 0;
+            T2Run = false;
         }
-        if (di6 && !Di6p) Count = Wrap(int64_t(1) + Count);
+        if (di6 && !Di6p) Count = int32_t(uint32_t(Count) + 1u);
         Di6p = di6;
-        const int do6 = di7 != (L0 != 0);
 
-        const int32_t t = Wrap(int64_t(ai1) + Wrap(int64_t(3) * ai0));
-        const int32_t q1 = Wrap(int64_t(t / 4) - ai2 % 7);
-        const int32_t q2 = Wrap(int64_t(Count) + Wrap(int64_t(17) * Wrap(int64_t(ai3) * ai3)));
-        const int32_t q3 = int32_t((uint32_t(Count) << 4) & 0xFF0u) | (Do0 + 2 * Do1 + 4 * Do4 + 8 * Do5);
-
+        // DINT arithmetic wraps: unsigned 32-bit operations give its bits.
+        const int32_t t = int32_t(3u * uint32_t(ai0) + uint32_t(ai1));
+        const int32_t q1 = int32_t(uint32_t(t / 4) - uint32_t(ai2 % 7));
+        const int32_t q2 = int32_t(17u * uint32_t(ai3) * uint32_t(ai3) + uint32_t(Count));
+        const int32_t q3 =
+            int32_t((uint32_t(Count) << 4) & 0xFF0u) | (L0 | L1 << 1 | do4 << 2 | do5 << 3);
         const double y0 = 32.0 + 1.8 * m0;
-        const double y1 = (m1 - m2) / 2.5;
-        const double y2 = std::sqrt(m0 * m0 + m3 * m3);
-        const double y3 = std::sin(m1) + Scale(ai3);
-        const int do7 = 100.0 < y0;
 
-        const double values[] = {double(Do0), double(Do1), double(do2), double(do3), double(Do4), double(Do5),
-                                 double(do6), double(do7), double(Count), double(q1),  double(q2),  double(q3),
-                                 y0,          y1,          y2,          y3};
-        for (int i = 0; i < 16; ++i) out[i] = values[i];
+        out[0] = L0;
+        out[1] = L1;
+        out[2] = 1000 < ai0;
+        out[3] = ai1 <= ai2;
+        out[4] = do4;
+        out[5] = do5;
+        out[6] = di7 != L0;
+        out[7] = 100.0 < y0;
+        out[8] = Count;
+        out[9] = q1;
+        out[10] = q2;
+        out[11] = q3;
+        out[12] = y0;
+        out[13] = (m1 - m2) / 2.5;
+        out[14] = std::sqrt(m0 * m0 + m3 * m3);
+        out[15] = std::sin(m1) + (-50.0 + ai3 * 200.0 / 32767.0);  // lo + raw * (hi - lo) / 32767
     }
 
 private:
-    static double Scale(double raw) {
-        const double lo = -50.0, hi = 150.0;
-        return lo + raw * (hi - lo) / 32767.0;
-    }
-    int L0 = 0, L1 = 0, Do0 = 0, Do1 = 0, Do4 = 0, Do5 = 0;
-    bool T1Run = false, T2Run = false, Di6p = false;
-    int64_t T1Start = 0, T2Start = 0;
+    bool L0 = false, L1 = false, T1Run = false, T2Run = false, Di6p = false;
+    uint32_t T1Start = 0, T2Start = 0;
     int32_t Count = 0;
     TickCounter Tick;
 };
@@ -219,25 +227,25 @@ const char* const kLoopLua = R"(
 local get, set = get, set
 function cycle()
   local n = get("N")
-  local sum, i = 0, 0
-  repeat
-    sum = ((i + sum + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-    i = ((1 + i + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  until not (n > i)
-  set("RESULT", sum)
+  -- The program tests N > I after the body, but its first turn adds I = 0,
+  -- so a for loop gives the same sum. I stays below N; the sum of 100,000
+  -- turns passes 2^31, and 64-bit integers carry it exactly: wrapped once at
+  -- the end, it has the low 32 bits of the interpreter's wrapping sum.
+  local sum = 0
+  for i = 0, n - 1 do sum = sum + i end
+  set("RESULT", (sum + 0x80000000 & 0xFFFFFFFF) - 0x80000000)
 end
 )";
 
 class NativeLoop : public NativeProgram {
 public:
     void Cycle(const double* in, double* out) override {
-        const double n = in[0];
-        int32_t sum = 0, i = 0;
-        do {
-            sum = Wrap(int64_t(i) + sum);
-            i = Wrap(int64_t(1) + i);
-        } while (n > i);
-        out[0] = sum;
+        // The first turn adds I = 0, so testing before the body gives the
+        // same sum. Unsigned addition wraps as DINT's ADD does.
+        const int32_t n = int32_t(in[0]);
+        uint32_t sum = 0;
+        for (int32_t i = 0; i < n; ++i) sum += uint32_t(i);
+        out[0] = int32_t(sum);
     }
 };
 
@@ -255,17 +263,14 @@ const char* const kCallProgram =
 const char* const kCallLua = R"(
 local get, set = get, set
 local function f(x)
-  local z = ((3 * x + 0x80000000) & 0xFFFFFFFF) - 0x80000000
+  local z = 3 * x  -- DINT; x < N = 1000, far from overflowing
   local y = 0.5 * x
   return z + y
 end
 function cycle()
   local n = get("N")
-  local acc, k = 0.0, 0
-  repeat
-    acc = acc + f(k)
-    k = ((1 + k + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  until not (n > k)
+  local acc = 0.0
+  for k = 0, n - 1 do acc = acc + f(k) end
   set("OUT", acc)
 end
 )";
@@ -273,19 +278,15 @@ end
 class NativeCall : public NativeProgram {
 public:
     void Cycle(const double* in, double* out) override {
-        const double n = in[0];
+        const int32_t n = int32_t(in[0]);
         double acc = 0.0;
-        int32_t k = 0;
-        do {
-            acc = acc + F(k);
-            k = Wrap(int64_t(1) + k);
-        } while (n > k);
+        for (int32_t k = 0; k < n; ++k) acc = acc + F(k);
         out[0] = acc;
     }
 
 private:
     static double F(int32_t x) {
-        const int32_t z = Wrap(int64_t(3) * x);
+        const int32_t z = int32_t(3u * uint32_t(x));  // DINT: wraps
         const double y = 0.5 * x;
         return z + y;
     }
@@ -306,14 +307,13 @@ const char* const kBuiltinLua = R"(
 local get, set, sin, sqrt = get, set, math.sin, math.sqrt
 function cycle()
   local n = get("N")
-  local acc, k = 0.0, 0
-  repeat
+  local acc = 0.0
+  for k = 0, n - 1 do
     local x = 0.001 * k
     acc = sin(x) + acc
     acc = sqrt(x) + acc
     acc = x ^ 1.5 + acc
-    k = ((1 + k + 0x80000000) & 0xFFFFFFFF) - 0x80000000
-  until not (n > k)
+  end
   set("OUT", acc)
 end
 )";
@@ -321,19 +321,208 @@ end
 class NativeBuiltin : public NativeProgram {
 public:
     void Cycle(const double* in, double* out) override {
-        const double n = in[0];
+        const int32_t n = int32_t(in[0]);
         double acc = 0.0;
-        int32_t k = 0;
-        do {
+        for (int32_t k = 0; k < n; ++k) {
             const double x = 0.001 * k;
             acc = std::sin(x) + acc;
             acc = std::sqrt(x) + acc;
             acc = std::pow(x, 1.5) + acc;
-            k = Wrap(int64_t(1) + k);
-        } while (n > k);
+        }
         out[0] = acc;
     }
 };
+
+// ---- mixed: one cycle of about 2,000 instructions of every family ----
+//
+// 25 channels a cycle. Each turn draws a raw reading from a xorshift
+// generator (shifts, bit operations on UDINT), scales it in a subprogram
+// (REAL stores), filters it (LREAL), folds it into integer sums (DIV, MOD,
+// a wrapping hash), counts it as a high or low alarm through a reference,
+// sets the channel's flag bit, and mixes it into a checksum in a second
+// subprogram that updates the checksum through a reference passed on the
+// stack (ROL, BXOR); the generator's state rotated by the channel number
+// goes into the checksum too (ROR).
+
+const char* const kMixedProgram =
+    "PROG MIXED VAR "
+    "SEED VI DINT 0 GAIN VI REAL 0 LIMIT VI INT 0 MODE VI BOOL 0 "
+    "N V DINT 25 I V DINT 0 X V UDINT 0 RAW V DINT 0 ENG V REAL 0 SUM V LREAL 0 "
+    "ACC V DINT 0 H V DINT 0 HI V DINT 0 LO V DINT 0 P V DINT 0 FLAGS V DINT 0 CHK V UDINT 0 "
+    "FILT VG LREAL 0 "
+    "OCHK VO UDINT 0 OH VO DINT 0 OACC VO INT 0 OFLAGS VO DINT 0 OHI VO DINT 0 OLO VO DINT 0 "
+    "OSUM VO LREAL 0 OMEAN VO LREAL 0 OFILT VO LREAL 0 OFIX VO DINT 0 OENG VO REAL 0 "
+    "MAIN "
+    "MOV @SEED R0 BOR 1 R0 MOV R0 @X "
+    // X := X xor X << 13, xor X >> 17, xor X << 5 (UDINT: logical shifts).
+    "L: MOV @X R0 MOV 13 R1 SHL R0 R1 BXOR R1 R0 MOV 17 R1 SHR R0 R1 BXOR R1 R0 "
+    "MOV 5 R1 SHL R0 R1 BXOR R1 R0 MOV R0 @X "
+    // RAW := 2048 - (X AND 16#FFF), in -2047..2048.
+    "BAND 16#FFF R0 SUB 2048 R0 MOV R0 @RAW "
+    "MOV @RAW PUSH MOV @GAIN PUSH CAL SCALE MOV R0 @ENG "
+    // FILT := FILT + (ENG - FILT) * 0.125; SUM := SUM + ENG * ENG.
+    "MOV @FILT R0 SUB @ENG R0 MUL 0.125 R0 ADD @FILT R0 MOV R0 @FILT "
+    "MOV @ENG R0 MUL @ENG R0 ADD @SUM R0 MOV R0 @SUM "
+    // ACC := ACC + (RAW MOD 7) * (RAW DIV 3); H := H * 31 + RAW, wrapping.
+    "MOV 7 R0 MOD @RAW R0 MOV 3 R1 DIV @RAW R1 MUL R0 R1 ADD @ACC R1 MOV R1 @ACC "
+    "MOV @H R0 MUL 31 R0 ADD @RAW R0 MOV R0 @H "
+    // Above LIMIT (when MODE allows) counts in HI, below -LIMIT in LO.
+    "MOV @ENG R0 LT @LIMIT R0 AND @MODE R0 TST R0 JMPF M1 MOVA @HI @P JMP M2 "
+    "M1: MOV @LIMIT R0 NG R0 LT @ENG R0 NOT R0 TST R0 JMPT M3 MOVA @LO @P "
+    "M2: MOV ^P R0 ADD 1 R0 MOV R0 ^P MOV @I R1 SHL 1 R1 BOR @FLAGS R1 MOV R1 @FLAGS "
+    "M3: MOVA @CHK R0 MOV R0 PUSH MOV @RAW PUSH CAL MIX "
+    "MOV @I R1 ROR @X R1 BXOR @CHK R1 MOV R1 @CHK "
+    "MOV @I R1 ADD 1 R1 MOV R1 @I GT @N R1 TST R1 JMPT L "
+    "MOV @CHK R0 BNOT R0 MOV R0 @OCHK MOV @H @OH MOV @ACC R0 MUL 37 R0 MOV R0 @OACC "
+    "MOV @FLAGS @OFLAGS MOV @HI @OHI MOV @LO @OLO MOV @SUM @OSUM "
+    "MOV @SUM R0 MOV @N R1 DIV R0 R1 MOV R1 @OMEAN MOV @FILT @OFILT "
+    "MOV @FILT R0 MUL 100.0 R0 MOV R0 @OFIX MOV @ENG @OENG "
+    "RET "
+    // SCALE(raw, gain): REAL (raw * gain) + 0.1, rounded to REAL at each store.
+    "SCALE: SR V DINT 0 SG V REAL 0 SE V REAL 0 BODY "
+    "MOV POP @SG MOV POP @SR MOV @SR R0 MUL @SG R0 MOV R0 @SE MOV @SE R0 ADD 0.1 R0 MOV R0 @SE "
+    "MOV @SE R0 RET "
+    // MIX(reference to a checksum, value): checksum := (checksum ROL 5) BXOR value.
+    "MIX: MP V UDINT 0 MV V DINT 0 BODY "
+    "MOV POP @MV MOV POP R0 MOVA R0 @MP MOV 5 R1 ROL ^MP R1 BXOR @MV R1 MOV R1 ^MP RET "
+    "RET";
+
+const char* const kMixedLua = R"(
+local get, set, floor, ceil = get, set, math.floor, math.ceil
+local N <const> = 25
+local filt = 0.0  -- FILT, kept from cycle to cycle
+
+-- A REAL store rounds to single precision. Lua has only doubles: Veltkamp's
+-- split with 2^29 + 1 keeps the upper 24 significant bits, rounded to
+-- nearest with ties to even as a float conversion does (for values in the
+-- normal single range, as all of these are).
+local function scale(raw, gain)
+  local e = gain * raw
+  local c = e * 536870913.0
+  e = c - (c - e)
+  e = 0.1 + e
+  c = e * 536870913.0
+  return c - (c - e)
+end
+
+-- A checksum is 32 bits: kept in 0..2^32-1, cut back after every shift
+-- that can carry bits beyond.
+local function mix(chk, raw)
+  return (chk << 5 | chk >> 27) & 0xFFFFFFFF ~ raw & 0xFFFFFFFF
+end
+
+function cycle()
+  local x = (get("SEED") | 1) & 0xFFFFFFFF
+  local gain = get("GAIN")
+  local c = gain * 536870913.0  -- the input is REAL
+  gain = c - (c - gain)
+  local limit = get("LIMIT") + 0.0  -- compared with floats below
+  local nlimit = -limit
+  local mode = get("MODE") ~= 0
+
+  local f, sum, acc, h, hi, lo, flags, chk, eng = filt, 0.0, 0, 0, 0, 0, 0, 0, 0.0
+  for i = 0, N - 1 do
+    x = x ~ x << 13 & 0xFFFFFFFF
+    x = x ~ x >> 17
+    x = x ~ x << 5 & 0xFFFFFFFF
+    local raw = 2048 - (x & 0xFFF)
+    eng = scale(raw, gain)
+    f = f + (eng - f) * 0.125
+    sum = sum + eng * eng
+    -- DIV and MOD truncate towards zero; the terms stay small.
+    local m = raw >= 0 and raw % 7 or -(-raw % 7)
+    local q = raw >= 0 and raw // 3 or -(-raw // 3)
+    acc = acc + m * q
+    -- Wraps: only its low 32 bits count, cut back once after the loop.
+    h = h * 31 + raw
+    if mode and limit < eng then
+      hi = hi + 1
+      flags = flags | 1 << i
+    elseif eng < nlimit then
+      lo = lo + 1
+      flags = flags | 1 << i
+    end
+    chk = mix(chk, raw)
+    chk = chk ~ (x >> i | x << 32 - i) & 0xFFFFFFFF
+  end
+  filt = f
+
+  local fix = f * 100.0  -- to DINT: truncated
+  set("OCHK", ~chk & 0xFFFFFFFF)
+  set("OH", (h + 0x80000000 & 0xFFFFFFFF) - 0x80000000)
+  set("OACC", (37 * acc + 0x8000 & 0xFFFF) - 0x8000)  -- INT
+  set("OFLAGS", flags) set("OHI", hi) set("OLO", lo)
+  set("OSUM", sum) set("OMEAN", sum / N) set("OFILT", f)
+  set("OFIX", fix >= 0 and floor(fix) or ceil(fix))
+  set("OENG", eng)
+end
+)";
+
+class NativeMixed : public NativeProgram {
+public:
+    void Cycle(const double* in, double* out) override {
+        const int32_t seed = int32_t(in[0]);
+        const float gain = float(in[1]);  // REAL
+        const int32_t limit = int32_t(in[2]);
+        const bool mode = in[3] != 0;
+
+        uint32_t x = uint32_t(seed | 1), h = 0, chk = 0;
+        int32_t acc = 0, hi = 0, lo = 0, flags = 0;
+        double sum = 0.0;
+        float eng = 0.0f;
+        for (int32_t i = 0; i < kChannels; ++i) {
+            x ^= x << 13;
+            x ^= x >> 17;
+            x ^= x << 5;
+            const int32_t raw = 2048 - int32_t(x & 0xFFFu);
+            eng = Scale(raw, gain);
+            Filter = Filter + (eng - Filter) * 0.125;
+            sum = sum + double(eng) * eng;
+            acc += (raw % 7) * (raw / 3);
+            h = h * 31u + uint32_t(raw);
+            if (mode && limit < eng) {
+                ++hi;
+                flags |= 1 << i;
+            } else if (eng < -limit) {
+                ++lo;
+                flags |= 1 << i;
+            }
+            chk = RotateLeft(chk, 5) ^ uint32_t(raw);
+            chk ^= RotateRight(x, uint32_t(i));
+        }
+
+        const double fix = Filter * 100.0;
+        out[0] = ~chk;
+        out[1] = int32_t(h);
+        out[2] = int16_t(uint16_t(37u * uint32_t(acc)));  // INT
+        out[3] = flags;
+        out[4] = hi;
+        out[5] = lo;
+        out[6] = sum;
+        out[7] = sum / kChannels;
+        out[8] = Filter;
+        out[9] = int32_t(fix);
+        out[10] = eng;
+    }
+
+private:
+    static constexpr int32_t kChannels = 25;
+    // Both stores round to single precision.
+    static float Scale(int32_t raw, float gain) {
+        const float e = float(double(gain) * raw);
+        return float(0.1 + e);
+    }
+    static uint32_t RotateLeft(uint32_t v, uint32_t n) { return v << n | v >> ((32 - n) & 31); }
+    static uint32_t RotateRight(uint32_t v, uint32_t n) { return v >> n | v << ((32 - n) & 31); }
+    double Filter = 0.0;
+};
+
+void MixedInputs(uint64_t n, double* v) {
+    v[0] = double((n * 2654435761u) % 4294967296u) - 2147483648.0;  // SEED: all of DINT
+    v[1] = 0.004 + 0.0001 * double(n % 97);                            // GAIN: not a float
+    v[2] = double(8 + n % 13);                                          // LIMIT
+    v[3] = double((n >> 3) & 1);                                        // MODE
+}
 
 template <typename T>
 std::unique_ptr<NativeProgram> Make() {
@@ -364,6 +553,12 @@ const std::vector<Workload>& Workloads() {
                              Make<NativeCall>});
         w.push_back(Workload{"builtin", kBuiltinProgram, kBuiltinLua, {{"N", true}}, {{"OUT", false}}, CallInputs, 1,
                              Make<NativeBuiltin>});
+        w.push_back(Workload{"mixed", kMixedProgram, kMixedLua,
+                             {{"SEED", true}, {"GAIN", false}, {"LIMIT", true}, {"MODE", true}},
+                             {{"OCHK", true}, {"OH", true}, {"OACC", true}, {"OFLAGS", true}, {"OHI", true},
+                              {"OLO", true}, {"OSUM", false}, {"OMEAN", false}, {"OFILT", false}, {"OFIX", true},
+                              {"OENG", false}},
+                             MixedInputs, 1024, Make<NativeMixed>});
         return w;
     }();
     return workloads;

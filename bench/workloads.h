@@ -54,9 +54,6 @@ struct Workload {
 
 const std::vector<Workload>& Workloads();
 
-// 32-bit wrapping, as the interpreter's integer arithmetic wraps.
-inline int32_t Wrap(int64_t v) { return int32_t(uint32_t(uint64_t(v))); }
-
 }  // namespace qzbench
 
 #endif
