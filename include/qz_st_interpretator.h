@@ -105,6 +105,22 @@ typedef void (*QZTraceFunction)(void* context, const QZTraceEvent* event);
 QZ_EXPORT void QZSetTraceHook(qz_st_interpretator::IQZSTInterpretator* object, QZTraceFunction hook,
                               void* context);
 
+// Resource limits. Each failing check ends the cycle with its own code and
+// leaves the state as after any failing instruction; a null object is ignored.
+//
+// At most `maxValues` values on the value stack (0, the default: no limit of
+// its own). A PUSH beyond it fails with Qz::rcStackLimit (101).
+QZ_EXPORT void QZSetStackLimit(qz_st_interpretator::IQZSTInterpretator* object, uint64_t maxValues);
+// At most `maxDepth` pending subprogram calls (0, the default: no limit of its
+// own). A CAL beyond it fails with Qz::rcCallDepthLimit (102) before reading
+// its operand.
+QZ_EXPORT void QZSetCallDepthLimit(qz_st_interpretator::IQZSTInterpretator* object, uint64_t maxDepth);
+// A ceiling on the memory that running the program may add (value stack,
+// pending calls, subprogram frames); QZ_DEFAULT_MEMORY_LIMIT (256 MiB) unless
+// set, 0 for none. What would pass it fails with Qz::rcMemoryLimit (103).
+#define QZ_DEFAULT_MEMORY_LIMIT (uint64_t(256) << 20)
+QZ_EXPORT void QZSetMemoryLimit(qz_st_interpretator::IQZSTInterpretator* object, uint64_t maxBytes);
+
 // Where the scanner stands, for diagnostics after a failed load or cycle:
 // the last token read (or being read when a failure stopped it) spans
 // TokenStart..TokenEnd, and TextPos is one past the current character.

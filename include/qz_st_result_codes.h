@@ -58,7 +58,12 @@
     X(rcUnaryOperand, 61, "NOT/NG operand not a register")                                   \
     X(rcPowOperand, 62, "POW operand of a kind it does not accept")                          \
     X(rcBadStarKeyword, 63, "'*' not followed by a keyword")                                 \
-    X(rcBudgetExhausted, 100, "instruction budget of the cycle exhausted")
+    X(rcBudgetExhausted, 100, "instruction budget of the cycle exhausted")                   \
+    X(rcStackLimit, 101, "value stack limit reached")                                        \
+    X(rcCallDepthLimit, 102, "call depth limit reached")                                     \
+    X(rcMemoryLimit, 103, "memory ceiling of the interpreter object reached")                 \
+    X(rcOutOfMemory, 104, "the system refused memory; the call was abandoned")               \
+    X(rcInternalFailure, 105, "an unexpected exception was stopped at the library's boundary")
 
 namespace Qz {
 

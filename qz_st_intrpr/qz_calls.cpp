@@ -60,6 +60,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::DoCall() {
 }
 
 Qz::uint32_t CQZ_STInterpretator_Execute::EnterCall() {
+    if (CallDepthLimit != 0 && CallStack.size() >= CallDepthLimit) return Qz::rcCallDepthLimit;
     if (Qz::uint32_t r = Scan(TokenText)) return r;
     const Label* label = Labels.lookup(TokenText, 0, 0, false);  // any token's text names it
     if (!label) return Qz::rcLabelNotFound;
@@ -86,20 +87,35 @@ Qz::uint32_t CQZ_STInterpretator_Execute::ReturnFromCall() {
         __assert_fail("varsList", "qz_st_intrpr_execute.h", 1921,
                       "Qz::uint32_t CQZ_STInterpretator_Execute::DoCall()");
     TableStack.pop_back();
+    // Releasing a frame is work in proportion to its records: it counts
+    // against the budget as creating them did.
+    InstructionsRun += varsList->RecordCount();
+    FrameRecordsInUse -= varsList->RecordCount();
     ReleaseFrameTable(varsList);
     return Qz::rcOK;
 }
 
 Qz::uint32_t CQZ_STInterpretator_Execute::FillFuncVariablesList() {
     CQZ_Vars* table = AcquireFrameTable();
+    try {
+        return FillFrame(table);
+    } catch (...) {
+        ReleaseFrameTable(table);  // out of memory half-way: nothing leaks
+        throw;
+    }
+}
+
+Qz::uint32_t CQZ_STInterpretator_Execute::FillFrame(CQZ_Vars* table) {
     auto fail = [&](Qz::uint32_t code) {
         ReleaseFrameTable(table);  // a table still being filled is never pushed
         return code;
     };
+    if (WouldPassMemoryLimit(kFrameTableBytes)) return fail(Qz::rcMemoryLimit);
     for (;;) {
         if (Qz::uint32_t r = Scan(TokenText)) return fail(r);
         if (TokenCode == ttBODY) {
             TableStack.push_back(table);
+            FrameRecordsInUse += table->RecordCount();
             return Qz::rcOK;
         }
         char name[kTokenBufferSize];
@@ -113,6 +129,12 @@ Qz::uint32_t CQZ_STInterpretator_Execute::FillFuncVariablesList() {
         const char type = char(TokenCode);
         if (Qz::uint32_t r = Scan(TokenText)) return fail(r);
         if (TokenCode != ttNUMBER) return fail(Qz::rcNoDeclNumber);
+        // A declaration is work (and memory) in proportion to nothing but
+        // itself: one unit of the budget, one record of the ceiling.
+        if (InstructionBudget != 0 && InstructionsRun >= InstructionBudget) return fail(Qz::rcBudgetExhausted);
+        ++InstructionsRun;
+        if (WouldPassMemoryLimit(kFrameTableBytes + (uint64_t(table->RecordCount()) + 1) * kFrameRecordBytes))
+            return fail(Qz::rcMemoryLimit);
         table->lookup(name, kind, type, DigitValue, 0, true);
     }
 }

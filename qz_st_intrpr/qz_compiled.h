@@ -123,6 +123,8 @@ struct QZ_Frame {
     std::vector<Var> Records;
     int32_t LabelStart = 0;
     uint32_t Body = 0;      // first instruction of its body
+    uint32_t Declarations = 0;  // what building it costs the budget
+    uint32_t PeakRecords = 0;   // the most records the memory ceiling is asked about
     bool HasNumber = false;  // the last declaration's value, as the scan left it
     double Number = 0.0;
     uint8_t NumberType = 0;

@@ -9,6 +9,7 @@
 #include "qz_st_intrpr_execute.h"
 
 #include <QString>
+#include <algorithm>
 
 namespace {
 
@@ -421,6 +422,8 @@ uint32_t QZ_Compiler::FrameOf(int32_t labelStart, int32_t labelNext) {
         char text[kTokenBufferSize];
         _qzcscpy(text, kNameLimit, name.Text.c_str());
         text[kNameLimit] = 0;
+        ++frame.Declarations;
+        frame.PeakRecords = std::max(frame.PeakRecords, table->RecordCount() + 1);
         table->lookup(text, char(kind.Code), char(type.Code), value.Number, 0, true);
         frame.HasNumber = true;
         frame.Number = value.Number;

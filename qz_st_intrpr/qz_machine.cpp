@@ -16,6 +16,7 @@ CQZ_STInterpretator_Execute::~CQZ_STInterpretator_Execute() = default;
 // ---- The four operations built-ins reach the machine through ----
 
 Qz::uint32_t CQZ_STInterpretator_Execute::StackPush(char type, double value) {
+    if (Qz::uint32_t r = StackRoom()) return r;
     Stack.push_back(QZ_StackValue{value, type});
     return Qz::rcOK;
 }

@@ -57,6 +57,7 @@ public:
     Qz::uint32_t DoShift(char code);
     Qz::uint32_t DoCall();
     Qz::uint32_t FillFuncVariablesList();
+    Qz::uint32_t FillFrame(CQZ_Vars* table);
 
     QZ_Register A0{0.0, 0};
     QZ_Register R0{0.0, 0};
@@ -67,8 +68,30 @@ public:
     std::vector<QZ_StackValue> Stack;
     std::vector<QZ_FuncStackValue> CallStack;
 
-    // Host extensions (budget, clock, trace).
+    // Host extensions (budget, clock, trace, limits).
     uint64_t InstructionBudget = 0;  // 0: unlimited
+    uint64_t StackLimit = 0;         // values; 0: none of its own
+    uint64_t CallDepthLimit = 0;     // pending calls; 0: none of its own
+    uint64_t MemoryLimit = QZ_DEFAULT_MEMORY_LIMIT;  // bytes; 0: none
+
+    // What running the program holds beyond the loaded text, as the limits
+    // count it: a frame record with its share of list and pool overhead, a
+    // frame table with its buckets.
+    static constexpr uint64_t kFrameRecordBytes = sizeof(Var) + 64;
+    static constexpr uint64_t kFrameTableBytes = sizeof(CQZ_Vars) + 64;
+    uint64_t MemoryInUse() const {
+        return Stack.size() * sizeof(QZ_StackValue) + CallStack.size() * 2 * sizeof(uint32_t) +
+               TableStack.size() * kFrameTableBytes + FrameRecordsInUse * kFrameRecordBytes;
+    }
+    bool WouldPassMemoryLimit(uint64_t extraBytes) const {
+        return MemoryLimit != 0 && MemoryInUse() + extraBytes > MemoryLimit;
+    }
+    // 0 when one more value fits on the value stack, else the code.
+    Qz::uint32_t StackRoom() const {
+        if (StackLimit != 0 && Stack.size() >= StackLimit) return Qz::rcStackLimit;
+        if (WouldPassMemoryLimit(sizeof(QZ_StackValue))) return Qz::rcMemoryLimit;
+        return Qz::rcOK;
+    }
     QZClockFunction Clock = nullptr;
     void* ClockContext = nullptr;
     QZTraceFunction TraceHook = nullptr;
@@ -117,6 +140,7 @@ protected:
 private:
     template <bool kBudget>
     Qz::uint32_t RunCode(bool& reachedEnd);
+    CQZ_Vars* EnterFrame(const QZ_Frame& frame);
     // One instruction carried out by its handler, from its keyword.
     Qz::uint32_t RunDelegated(int32_t keyword);
     // The rest of the cycle on the reading loop, from `pos`, with the fields

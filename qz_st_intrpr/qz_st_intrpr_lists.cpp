@@ -51,6 +51,7 @@ void CQZ_STInterpretator_Lists::ReleaseFrameTable(CQZ_Vars* table) {
 }
 
 void CQZ_STInterpretator_Lists::DiscardFrames() {
+    FrameRecordsInUse = 0;
     while (!TableStack.empty()) {
         ReleaseFrameTable(TableStack.back());
         TableStack.pop_back();

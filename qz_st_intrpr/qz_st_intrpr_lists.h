@@ -25,6 +25,7 @@ public:
     Var* ProgramBuckets[CQZ_Vars::kProgramBuckets];
     CQZ_Vars Vars;
     std::vector<CQZ_Vars*> TableStack;
+    uint64_t FrameRecordsInUse = 0;  // records of the tables on TableStack
     int32_t DeclCounters[CQZ_Vars::kKindCount] = {};
     int32_t DeclReserved = 0;
 

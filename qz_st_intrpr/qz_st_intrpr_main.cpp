@@ -33,6 +33,18 @@ void QZSetClock(IQZSTInterpretator* object, QZClockFunction clock, void* context
     Object(object)->ClockContext = clock ? context : nullptr;
 }
 
+void QZSetStackLimit(IQZSTInterpretator* object, uint64_t maxValues) {
+    if (object) Object(object)->StackLimit = maxValues;
+}
+
+void QZSetCallDepthLimit(IQZSTInterpretator* object, uint64_t maxDepth) {
+    if (object) Object(object)->CallDepthLimit = maxDepth;
+}
+
+void QZSetMemoryLimit(IQZSTInterpretator* object, uint64_t maxBytes) {
+    if (object) Object(object)->MemoryLimit = maxBytes;
+}
+
 void QZSetTraceHook(IQZSTInterpretator* object, QZTraceFunction hook, void* context) {
     if (!object) return;
     Object(object)->TraceHook = hook;
@@ -50,7 +62,29 @@ void QZGetScanPosition(IQZSTInterpretator* object, QZScanPosition* position) {
 
 // ---- Loader ----
 
+// No exception leaves the library: a refused allocation (or anything else
+// thrown below) ends the call with a code, and the object stays usable. The
+// next InitInterpretator starts it afresh.
+template <typename Body>
+Qz::uint32_t CQZ_STInterpretator::Guarded(Body body) {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        return Qz::rcOutOfMemory;
+    } catch (...) {
+        return Qz::rcInternalFailure;
+    }
+}
+
 Qz::uint32_t CQZ_STInterpretator::InitInterpretator(std::string text) {
+    return Guarded([&] { return Load(std::move(text)); });
+}
+
+Qz::uint32_t CQZ_STInterpretator::Execute(IQZExecuteInterface* exec) {
+    return Guarded([&] { return RunCycle(exec); });
+}
+
+Qz::uint32_t CQZ_STInterpretator::Load(std::string text) {
     LocalEntries.clear();  // they point into the table about to be cleared
     InputEntries.clear();
     OutputEntries.clear();
@@ -199,7 +233,7 @@ void CQZ_STInterpretator::BuildHostEntries() {
 
 // ---- Execution cycle ----
 
-Qz::uint32_t CQZ_STInterpretator::Execute(IQZExecuteInterface* exec) {
+Qz::uint32_t CQZ_STInterpretator::RunCycle(IQZExecuteInterface* exec) {
     // The compiled form knows where MAIN is and what scanning it leaves.
     const bool compiled = PrepareCompiled();
     if (compiled)

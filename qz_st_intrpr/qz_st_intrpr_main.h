@@ -28,6 +28,10 @@ public:
     Qz::uint32_t Execute(qz_st_interpretator::IQZExecuteInterface* exec) override;
 
 private:
+    template <typename Body>
+    static Qz::uint32_t Guarded(Body body);
+    Qz::uint32_t Load(std::string text);
+    Qz::uint32_t RunCycle(qz_st_interpretator::IQZExecuteInterface* exec);
     // Moves the scanner behind the MAIN keyword at the start of a cycle.
     Qz::uint32_t EnterMain();
     Qz::uint32_t LoadProgram();

@@ -81,6 +81,30 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCompiled(bool& reachedEnd) {
     return InstructionBudget ? RunCode<true>(reachedEnd) : RunCode<false>(reachedEnd);
 }
 
+// The table of a compiled CAL: one retired by an earlier call of the same
+// subprogram, revived, or a new one built from the frame's records.
+CQZ_Vars* CQZ_STInterpretator_Execute::EnterFrame(const QZ_Frame& frame) {
+    const uint32_t shape = FrameShape(frame.LabelStart);
+    CQZ_Vars* table = AcquireFrameTable(shape);
+    try {
+        if (table->RecordCount() != 0)
+            table->Revive(frame.Records);
+        else
+            for (const Var& record : frame.Records) table->AddRecord(record);
+        table->SetShape(shape);
+        TableStack.push_back(table);
+    } catch (...) {
+        ReleaseFrameTable(table);  // out of memory half-way: nothing leaks
+        throw;
+    }
+    FrameRecordsInUse += table->RecordCount();
+    if (frame.HasNumber) {
+        DigitValue = frame.Number;  // the last declaration's value, as its scan left it
+        DigitType = frame.NumberType;
+    }
+    return table;
+}
+
 Qz::uint32_t CQZ_STInterpretator_Execute::RunDelegated(int32_t keyword) {
     SeekTo(keyword);
     if (Qz::uint32_t r = Scan(TokenText)) return r;
@@ -222,12 +246,13 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 if (!peek(*pc, s)) goto delegate;
                 double* target = nullptr;
                 if (pc->DstKind == dkRef && !(target = References.Resolve(vars[pc->B]->VarValue))) goto delegate;
+                if (pc->DstKind == dkPush && StackRoom() != Qz::rcOK) goto delegate;
                 commit(*pc, s);
                 switch (pc->DstKind) {
                 case dkVar: StoreVariable(*vars[pc->B], s.Value); break;
                 case dkRef: qz::Narrow(s.Value, *target, vars[pc->B]->VarType); break;
                 case dkRegister: regs[pc->Dst]->Value = s.Value; regs[pc->Dst]->ValueType = s.Type; break;
-                case dkPush: Stack.push_back(QZ_StackValue{s.Value, s.Type}); break;
+                case dkPush: Stack.push_back(QZ_StackValue{s.Value, s.Type}); break;  // room checked above
                 default: break;  // NIL
                 }
                 ++pc;
@@ -383,21 +408,18 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
             }
             vmcase(CAL) {
                 const QZ_Frame& frame = Compiled.Frames[pc->A];
-                CallStack.push_back(QZ_FuncStackValue{pc->C});
-                const uint32_t shape = FrameShape(frame.LabelStart);
-                CQZ_Vars* table = AcquireFrameTable(shape);
-                if (table->RecordCount() != 0)
-                    table->Revive(frame.Records);  // the table of an earlier call of the same subprogram
-                else
-                    for (const Var& record : frame.Records) table->AddRecord(record);
-                table->SetShape(shape);
-                TableStack.push_back(table);
-                if (frame.HasNumber) {
-                    DigitValue = frame.Number;
-                    DigitType = frame.NumberType;
+                // A call the limits stop is left to the reading loop, which
+                // stops it where it always does.
+                if ((CallDepthLimit != 0 && CallStack.size() >= CallDepthLimit) ||
+                    (kBudget && run + frame.Declarations > budget) ||
+                    WouldPassMemoryLimit(kFrameTableBytes + uint64_t(frame.PeakRecords) * kFrameRecordBytes)) {
+                    InstructionsRun = kBudget ? run - pc->Cost : 0;
+                    return RunEscaped(pc->Pos, pc->Pos, reachedEnd);
                 }
+                run += frame.Declarations;
                 ReturnStack.push_back(pc->B);
-                vars = table->RecordData();
+                CallStack.push_back(QZ_FuncStackValue{pc->C});
+                vars = EnterFrame(frame)->RecordData();
                 pc = code + frame.Body;
                 vmbreak;
             }
@@ -406,8 +428,11 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 pc = code + ReturnStack.back();
                 ReturnStack.pop_back();
                 CallStack.pop_back();
-                ReleaseFrameTable(TableStack.back());
+                CQZ_Vars* table = TableStack.back();
                 TableStack.pop_back();
+                run += table->RecordCount();  // releasing a frame costs what building it did
+                FrameRecordsInUse -= table->RecordCount();
+                ReleaseFrameTable(table);
                 vars = TableStack.empty() ? Vars.RecordData() : TableStack.back()->RecordData();
                 vmbreak;
             }
