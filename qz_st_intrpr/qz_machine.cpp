@@ -15,6 +15,17 @@ CQZ_STInterpretator_Execute::~CQZ_STInterpretator_Execute() = default;
 
 // ---- The four operations built-ins reach the machine through ----
 
+void CQZ_STInterpretator_Execute::GrowStack() {
+    uint64_t room = Stack.capacity() < kInitialStackDepth ? kInitialStackDepth : uint64_t(Stack.capacity()) * 2;
+    if (StackLimit != 0 && room > StackLimit) room = StackLimit;
+    if (MemoryLimit != 0) {
+        const uint64_t others = MemoryInUse() - Stack.size() * sizeof(QZ_StackValue);
+        const uint64_t fits = MemoryLimit > others ? (MemoryLimit - others) / sizeof(QZ_StackValue) : 0;
+        if (room > fits) room = fits;
+    }
+    if (room > Stack.size()) Stack.reserve(size_t(room));
+}
+
 Qz::uint32_t CQZ_STInterpretator_Execute::StackPush(char type, double value) {
     if (Qz::uint32_t r = StackRoom()) return r;
     Stack.push_back(QZ_StackValue{value, type});

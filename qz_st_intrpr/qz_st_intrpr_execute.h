@@ -86,12 +86,17 @@ public:
     bool WouldPassMemoryLimit(uint64_t extraBytes) const {
         return MemoryLimit != 0 && MemoryInUse() + extraBytes > MemoryLimit;
     }
-    // 0 when one more value fits on the value stack, else the code.
-    Qz::uint32_t StackRoom() const {
+    // 0 when one more value fits on the value stack (and there is room
+    // for it, grown within the ceiling), else the code.
+    Qz::uint32_t StackRoom() {
         if (StackLimit != 0 && Stack.size() >= StackLimit) return Qz::rcStackLimit;
         if (WouldPassMemoryLimit(sizeof(QZ_StackValue))) return Qz::rcMemoryLimit;
+        if (Stack.size() == Stack.capacity()) GrowStack();
         return Qz::rcOK;
     }
+    // Doubles the value stack's storage, but never past what the limits let
+    // it hold: a vector left to itself would double past the ceiling.
+    void GrowStack();
     QZClockFunction Clock = nullptr;
     void* ClockContext = nullptr;
     QZTraceFunction TraceHook = nullptr;
