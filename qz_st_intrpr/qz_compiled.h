@@ -46,6 +46,7 @@
     X(MUL_N, "MUL number reg")                                                     \
     X(MUL_R, "MUL reg reg")                                                        \
     X(ARITH_G, "ADD SUB MUL DIV MOD, any source")                                  \
+    X(LOAD_OP_STORE, "MOV into a register, ADD SUB or MUL into it, MOV of it out") \
     X(CMP_G, "NE EQ GT GE LT LE")                                                  \
     X(CMP_JUMP, "a comparison, TST of its register and a jump, as one")           \
     X(POW_G, "POW")                                                                \

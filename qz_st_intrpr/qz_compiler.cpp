@@ -471,9 +471,10 @@ bool QZ_Compiler::EveryLineEnds() const {
     return true;
 }
 
-// A comparison into a register followed at once by TST of that register and
-// a jump runs as one instruction; the TST and the jump stay in place behind
-// it for whoever jumps to them, and for a budget too small for all three.
+// Frequent runs of three instructions run as one: a comparison into a
+// register, TST of it and a jump; a load into a register, an ADD, SUB or MUL
+// into it and a store of it. The second and third stay in place behind the
+// first for whoever jumps to them, and for a budget too small for all three.
 void QZ_Compiler::FuseCompareJumps() {
     for (size_t i = 0; i + 2 < P.Code.size(); ++i) {
         QZ_Insn& compare = P.Code[i];
@@ -483,5 +484,16 @@ void QZ_Compiler::FuseCompareJumps() {
         if (jump.Op != opJMP && jump.Op != opJMPF && jump.Op != opJMPT) continue;
         compare.Op = opCMP_JUMP;
         compare.Cost = 3;
+    }
+    auto isLoad = [](uint8_t op) { return op == opMOV_VR || op == opMOV_NR || op == opMOV_RR; };
+    auto isOperate = [](uint8_t op) { return op >= opADD_V && op <= opMUL_R; };
+    for (size_t i = 0; i + 2 < P.Code.size(); ++i) {
+        QZ_Insn& load = P.Code[i];
+        const QZ_Insn& operate = P.Code[i + 1];
+        const QZ_Insn& store = P.Code[i + 2];
+        if (!isLoad(load.Op) || !isOperate(operate.Op) || store.Op != opMOV_RV) continue;
+        if (operate.Dst != load.Dst || store.Src != load.Dst) continue;
+        load.Op = opLOAD_OP_STORE;
+        load.Cost = 3;
     }
 }

@@ -25,17 +25,30 @@
 
 namespace {
 
+#define QZ_INLINE inline __attribute__((always_inline))
+
 // A variable's value as reading it yields: narrowed to its own type. Declared
-// types are always value types, so the narrowing cannot fail.
-inline double Narrowed(double value, char type) {
+// types are always value types, so the narrowing cannot fail. The two most
+// frequent types are tested first, so most reads take no table jump.
+QZ_INLINE double Narrowed(double value, char type) {
+    if (type == char(ttLREAL)) return value;
+    if (type == char(ttDINT)) return double(qz::Low32Signed(value));
     double out = value;
     qz::Narrow(value, out, type);
     return out;
 }
 
+// MOV into a variable: narrowed to its type; an output is marked written,
+// even when the narrowing failed.
+QZ_INLINE void Store(Var& var, double value) {
+    var.VarValue = Narrowed(value, var.VarType);
+    if (var.VarKind == char(ttVO)) var.Rewrited = true;
+}
+
 template <uint8_t kOp>
-inline void ArithmeticInto(double s, char sType, QZ_Register& d) {
-    if (IsFloatingType(sType) || IsFloatingType(d.ValueType)) {
+QZ_INLINE void ArithmeticInto(double s, char sType, QZ_Register& d) {
+    // REAL and LREAL are the two codes from 0x27: one subtraction tests each.
+    if (uint8_t(sType - char(ttREAL)) <= 1 || uint8_t(d.ValueType - char(ttREAL)) <= 1) {
         d.Value = kOp == ttADD ? s + d.Value : kOp == ttSUB ? s - d.Value : s * d.Value;
         d.ValueType = char(ttLREAL);
         return;
@@ -135,7 +148,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
 
     // Source operands of the generic instructions, read without side effects;
     // false when reading would fail.
-    auto peek = [&](const QZ_Insn& in, QZ_Operand& v) -> bool {
+    auto peek = [&](const QZ_Insn& in, QZ_Operand& v) __attribute__((always_inline)) -> bool {
         switch (in.SrcKind) {
         case skVar: {
             const Var* var = vars[in.A];
@@ -162,7 +175,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
         }
     };
     // What reading the source does besides yielding its value.
-    auto commit = [&](const QZ_Insn& in, QZ_Operand& v) {
+    auto commit = [&](const QZ_Insn& in, QZ_Operand& v) __attribute__((always_inline)) {
         switch (in.SrcKind) {
         case skPop: Stack.pop_back(); break;
         case skNumber: DigitValue = in.Num; DigitType = in.NumType; break;
@@ -212,7 +225,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 vmbreak;
             }
             vmcase(MOV_RV) {
-                StoreVariable(*vars[pc->B], regs[pc->Src]->Value);
+                Store(*vars[pc->B], regs[pc->Src]->Value);
                 ++pc;
                 vmbreak;
             }
@@ -227,13 +240,13 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
             vmcase(MOV_NV) {
                 DigitValue = pc->Num;
                 DigitType = pc->NumType;
-                StoreVariable(*vars[pc->B], pc->Num);
+                Store(*vars[pc->B], pc->Num);
                 ++pc;
                 vmbreak;
             }
             vmcase(MOV_VV) {
                 const Var* v = vars[pc->A];
-                StoreVariable(*vars[pc->B], Narrowed(v->VarValue, v->VarType));
+                Store(*vars[pc->B], Narrowed(v->VarValue, v->VarType));
                 ++pc;
                 vmbreak;
             }
@@ -249,7 +262,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 if (pc->DstKind == dkPush && StackRoom() != Qz::rcOK) goto delegate;
                 commit(*pc, s);
                 switch (pc->DstKind) {
-                case dkVar: StoreVariable(*vars[pc->B], s.Value); break;
+                case dkVar: Store(*vars[pc->B], s.Value); break;
                 case dkRef: qz::Narrow(s.Value, *target, vars[pc->B]->VarType); break;
                 case dkRegister: regs[pc->Dst]->Value = s.Value; regs[pc->Dst]->ValueType = s.Type; break;
                 case dkPush: Stack.push_back(QZ_StackValue{s.Value, s.Type}); break;  // room checked above
@@ -282,6 +295,55 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
             QZ_ARITH_CASES(SUB, ttSUB)
             QZ_ARITH_CASES(MUL, ttMUL)
 #undef QZ_ARITH_CASES
+            vmcase(LOAD_OP_STORE) {
+                // MOV into a register, ADD/SUB/MUL into it, MOV of it into a
+                // variable: three instructions, one dispatch.
+                QZ_Register& dst = *regs[pc->Dst];
+                switch (pc->SrcKind) {
+                case skVar: {
+                    const Var* v = vars[pc->A];
+                    dst.Value = Narrowed(v->VarValue, v->VarType);
+                    dst.ValueType = v->VarType;
+                    break;
+                }
+                case skNumber:
+                    DigitValue = pc->Num;
+                    DigitType = pc->NumType;
+                    dst.Value = pc->Num;
+                    dst.ValueType = char(pc->NumType);
+                    break;
+                default: dst = *regs[pc->Src]; break;
+                }
+                if (kBudget && single) {
+                    single = false;
+                    ++pc;
+                    vmbreak;
+                }
+                const QZ_Insn& op = pc[1];
+                switch (op.SrcKind) {
+                case skVar: {
+                    const Var* v = vars[op.A];
+                    s.Value = Narrowed(v->VarValue, v->VarType);
+                    s.Type = v->VarType;
+                    break;
+                }
+                case skNumber:
+                    DigitValue = op.Num;
+                    DigitType = op.NumType;
+                    s.Value = op.Num;
+                    s.Type = char(op.NumType);
+                    break;
+                default: s.Value = regs[op.Src]->Value; s.Type = regs[op.Src]->ValueType; break;
+                }
+                switch (op.Code) {
+                case ttADD: ArithmeticInto<ttADD>(s.Value, s.Type, dst); break;
+                case ttSUB: ArithmeticInto<ttSUB>(s.Value, s.Type, dst); break;
+                default: ArithmeticInto<ttMUL>(s.Value, s.Type, dst); break;
+                }
+                Store(*vars[pc[2].B], dst.Value);
+                pc += 3;
+                vmbreak;
+            }
             vmcase(ARITH_G) {
                 QZ_Register& dst = *regs[pc->Dst];
                 if (!peek(*pc, s)) goto delegate;
