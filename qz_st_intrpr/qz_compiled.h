@@ -47,6 +47,7 @@
     X(MUL_R, "MUL reg reg")                                                        \
     X(ARITH_G, "ADD SUB MUL DIV MOD, any source")                                  \
     X(LOAD_OP_STORE, "MOV into a register, ADD SUB or MUL into it, MOV of it out") \
+    X(LOAD_OP_STORE_DINT, "the same, all operands whole 32-bit numbers")          \
     X(CMP_G, "NE EQ GT GE LT LE")                                                  \
     X(CMP_JUMP, "a comparison, TST of its register and a jump, as one")           \
     X(POW_G, "POW")                                                                \
@@ -90,7 +91,7 @@ inline uint32_t FrameShape(int32_t labelStart) { return uint32_t(labelStart) + 2
 // Where ESCAPE finds the token the reading interpreter scanned last.
 constexpr int32_t kPrevIsLastRet = -2;
 
-// One compiled instruction: 40 bytes.
+// One compiled instruction: 48 bytes.
 struct QZ_Insn {
     uint8_t Op = opESCAPE;
     uint8_t Cost = 0;     // instructions of the text it stands for (budget)
@@ -106,6 +107,8 @@ struct QZ_Insn {
     uint32_t C = 0;       // CMP_JUMP: jump target; CAL: return text index; EXEC: function
     int32_t Prev = 0;     // ESCAPE: the token scanned last; CMP_JUMP: the jump's code
     uint32_t Snapshot = 0;  // MAIN_RET: scanner fields after its RET
+    uint8_t SrcType = 0;    // declared type of a source variable, or the number's type
+    uint8_t DstType = 0;    // declared type of a destination variable
     double Num = 0.0;
 };
 

@@ -226,28 +226,28 @@ bool QZ_Compiler::EmitDelegate(QZ_Insn& in, Edge& edge, bool operandsRead, int32
     return true;
 }
 
-bool QZ_Compiler::FindVariable(const std::string& name, uint32_t context, uint32_t& ordinal) {
+bool QZ_Compiler::FindVariable(const std::string& name, uint32_t context, uint32_t& ordinal, uint8_t* type) {
     CQZ_Vars& table = context == 0 ? M.Vars : *FrameTables[context - 1];
     const Var* var = table.lookup(name.c_str(), 0, 0, 0.0, 0, false);
     if (!var) return false;
     ordinal = var->Ordinal;
+    if (type) *type = uint8_t(var->VarType);  // declared types never change
     return true;
-}
-
-const Var* QZ_Compiler::VariableRecord(uint32_t context, uint32_t ordinal) const {
-    const CQZ_Vars& table = context == 0 ? M.Vars : *FrameTables[context - 1];
-    return table.Record(ordinal);
 }
 
 // Fills the source fields of `in`; false for a kind the compiled code does
 // not take (the handler then reports it).
 bool QZ_Compiler::SourceOperand(const Token& token, uint32_t context, QZ_Insn& in, bool acceptTick) {
     switch (token.Code) {
-    case ttVAR: in.SrcKind = skVar; return FindVariable(token.Text, context, in.A);
+    case ttVAR: in.SrcKind = skVar; return FindVariable(token.Text, context, in.A, &in.SrcType);
     case ttREF: in.SrcKind = skRef; return FindVariable(token.Text, context, in.A);
     case ttA0: case ttR0: case ttR1: in.SrcKind = skRegister; in.Src = RegisterIndex(token.Code); return true;
     case ttPOP: in.SrcKind = skPop; return true;
-    case ttNUMBER: in.SrcKind = skNumber; in.Num = token.Number; in.NumType = token.NumberType; return true;
+    case ttNUMBER:
+        in.SrcKind = skNumber;
+        in.Num = token.Number;
+        in.NumType = in.SrcType = token.NumberType;
+        return true;
     case ttTICK: in.SrcKind = skTick; return acceptTick;
     default: return false;
     }
@@ -260,7 +260,7 @@ bool QZ_Compiler::EmitMove(QZ_Insn& in, Edge& edge, const Token& keyword) {
         return EmitDelegate(in, edge, false, -1, -1);
     bool ok = SourceOperand(source, edge.Context, in, true);
     switch (dest.Code) {
-    case ttVAR: in.DstKind = dkVar; ok = ok && FindVariable(dest.Text, edge.Context, in.B); break;
+    case ttVAR: in.DstKind = dkVar; ok = ok && FindVariable(dest.Text, edge.Context, in.B, &in.DstType); break;
     case ttREF: in.DstKind = dkRef; ok = ok && FindVariable(dest.Text, edge.Context, in.B); break;
     case ttA0: case ttR0: case ttR1: in.DstKind = dkRegister; in.Dst = RegisterIndex(dest.Code); break;
     case ttNIL: in.DstKind = dkNil; in.Dst = 3; break;
@@ -493,7 +493,15 @@ void QZ_Compiler::FuseCompareJumps() {
         const QZ_Insn& store = P.Code[i + 2];
         if (!isLoad(load.Op) || !isOperate(operate.Op) || store.Op != opMOV_RV) continue;
         if (operate.Dst != load.Dst || store.Src != load.Dst) continue;
-        load.Op = opLOAD_OP_STORE;
+        load.Op = IsWholeDint(load) && IsWholeDint(operate) && store.DstType == ttDINT ? opLOAD_OP_STORE_DINT
+                                                                                           : opLOAD_OP_STORE;
         load.Cost = 3;
     }
+}
+
+// A DINT variable, or a literal that is a whole number of at most 32 bits:
+// an operand whose integer view is its value.
+bool QZ_Compiler::IsWholeDint(const QZ_Insn& in) {
+    if (in.SrcKind == skVar) return in.SrcType == ttDINT;
+    return in.SrcKind == skNumber && (in.NumType == ttSINT || in.NumType == ttINT || in.NumType == ttDINT);
 }

@@ -344,6 +344,51 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 pc += 3;
                 vmbreak;
             }
+            vmcase(LOAD_OP_STORE_DINT) {
+                // Every operand a DINT variable or a whole literal, the target
+                // a DINT variable: the integer views are the values, the
+                // result needs no narrowing.
+                QZ_Register& dst = *regs[pc->Dst];
+                if (kBudget && single) {  // the load alone
+                    single = false;
+                    if (pc->SrcKind == skVar) {
+                        dst.Value = Narrowed(vars[pc->A]->VarValue, char(ttDINT));
+                        dst.ValueType = char(ttDINT);
+                    } else {
+                        DigitValue = pc->Num;
+                        DigitType = pc->NumType;
+                        dst.Value = pc->Num;
+                        dst.ValueType = char(pc->NumType);
+                    }
+                    ++pc;
+                    vmbreak;
+                }
+                const QZ_Insn& op = pc[1];
+                int32_t d32, s32;
+                if (pc->SrcKind == skVar) {
+                    d32 = qz::Low32Signed(vars[pc->A]->VarValue);
+                } else {
+                    DigitValue = pc->Num;
+                    DigitType = pc->NumType;
+                    d32 = int32_t(pc->Num);
+                }
+                if (op.SrcKind == skVar) {
+                    s32 = qz::Low32Signed(vars[op.A]->VarValue);
+                } else {
+                    DigitValue = op.Num;
+                    DigitType = op.NumType;
+                    s32 = int32_t(op.Num);
+                }
+                const int32_t r = op.Code == ttADD ? qz::WrapAdd(s32, d32)
+                                  : op.Code == ttSUB ? qz::WrapSub(s32, d32) : qz::WrapMul(s32, d32);
+                dst.Value = r;
+                dst.ValueType = char(ttDINT);
+                Var& target = *vars[pc[2].B];
+                target.VarValue = r;
+                if (target.VarKind == char(ttVO)) target.Rewrited = true;
+                pc += 3;
+                vmbreak;
+            }
             vmcase(ARITH_G) {
                 QZ_Register& dst = *regs[pc->Dst];
                 if (!peek(*pc, s)) goto delegate;

@@ -668,3 +668,54 @@ TEST(CompiledDifferential, OverriddenMachineOperationsAreHonoured) {
 }
 
 }  // namespace
+
+namespace {
+
+// Instruction keywords in a text: what the compiled form is measured against.
+size_t InstructionsIn(const std::string& text) {
+    size_t count = 0;
+    size_t pos = 0;
+    while (pos < text.size()) {
+        const size_t end = std::min(text.find(' ', pos), text.size());
+        const std::string word = text.substr(pos, end - pos);
+        for (const QZ_Token& keyword : TokensTable)
+            if (keyword.Code >= ttCAL && keyword.Code < ttRET && word == keyword.Name) ++count;
+        pos = end + 1;
+    }
+    return count;
+}
+
+}  // namespace
+
+TEST(CompiledDifferential, CompiledFormStaysWithin64BytesAnInstruction) {
+    // Every program of the other tests and examples, and one large program
+    // made of all of their bodies.
+    std::vector<std::string> programs = CollectedPrograms();
+    std::string large = "PROG LARGE VAR X V DINT 0 Y V LREAL 0 MAIN ";
+    for (int i = 0; i < 2000; ++i)
+        large += "MOV @X R0 ADD 1 R0 MOV R0 @X MOV @Y R1 MUL 1.5 R1 GT 10 R1 TST R1 JMPF L" + std::to_string(i) +
+                 " MOV 0 @Y L" + std::to_string(i) + ": CAL S ";
+    large += "RET S: A V DINT 1 B V REAL 2 BODY MOV @A R0 ADD @B R0 RET RET";
+    programs.push_back(large);
+    size_t measured = 0;
+    for (const std::string& text : programs) {
+        CQZ_STInterpretator object;
+        QZSetInstructionBudget(&object, 10000);  // some of them loop for ever
+        if (object.InitInterpretator(text) != 0) continue;
+        qzdiff::Host host;
+        object.Execute(&host);
+        const QZ_CompiledProgram& compiled = object.CompiledForm();
+        const size_t instructions = InstructionsIn(text);
+        if (!compiled.Usable || instructions == 0) continue;
+        size_t bytes = compiled.Code.size() * sizeof(QZ_Insn);
+        for (const QZ_ScanSnapshot& snapshot : compiled.Snapshots) bytes += sizeof snapshot + snapshot.TokenText.size();
+        EXPECT_LE(bytes, 64 * instructions + 256) << text.substr(0, 200);
+        ++measured;
+    }
+    EXPECT_GT(measured, 50u);
+    CQZ_STInterpretator object;
+    ASSERT_EQ(object.InitInterpretator(large), 0u);
+    qzdiff::Host host;
+    ASSERT_EQ(object.Execute(&host), 0u);
+    EXPECT_LE(object.CompiledForm().Code.size() * sizeof(QZ_Insn), 48 * InstructionsIn(large));
+}
