@@ -13,6 +13,8 @@
 
 #include <chrono>
 #include <cstdio>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -456,6 +458,59 @@ TEST_P(Resources, CallDepthCountsCallsLeftOpenByEarlierCycles) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, Resources, ::testing::Values(false, true), PathName);
+
+// ---- Exceptions stop at the library's boundary ----
+
+// A trace hook that throws what it is given on the `after`-th instruction.
+template <typename Exception>
+struct Thrower {
+    int After;
+    int Seen = 0;
+    static void Hook(void* context, const QZTraceEvent*) {
+        Thrower* t = static_cast<Thrower*>(context);
+        if (++t->Seen == t->After) throw Exception("from the host");
+    }
+};
+
+struct NamedBadAlloc : std::bad_alloc {
+    explicit NamedBadAlloc(const char*) {}
+};
+
+TEST(ResourcesBoundary, ExceptionsFromACallbackEndTheCallWithACode) {
+    const std::string text = WithSubprogram("CAL F MOV 2 @OUT", 2, "MOV 1 R0");
+    {
+        Machine m(false, Limits());
+        Thrower<std::runtime_error> thrower{2};
+        QZSetTraceHook(&m.Object, &Thrower<std::runtime_error>::Hook, &thrower);
+        ASSERT_EQ(m.Load(text), Qz::rcOK);
+        Qz::uint32_t r = 0;
+        EXPECT_NO_THROW(r = m.Cycle());
+        EXPECT_EQ(r, Qz::rcInternalFailure);  // after MOV 1 R0, inside F
+        EXPECT_TRUE(m.Host.Calls.empty());
+        EXPECT_EQ(m.Calls(), 1u);
+        EXPECT_EQ(m.Tables(), 1u);
+    }
+    {
+        Machine m(false, Limits());
+        Thrower<NamedBadAlloc> thrower{1};
+        QZSetTraceHook(&m.Object, &Thrower<NamedBadAlloc>::Hook, &thrower);
+        ASSERT_EQ(m.Load(text), Qz::rcOK);
+        Qz::uint32_t r = 0;
+        EXPECT_NO_THROW(r = m.Cycle());
+        EXPECT_EQ(r, Qz::rcOutOfMemory);  // after the CAL
+        // The frame goes with a reload; the call position stays, so this
+        // program's MAIN now ends with 8, and a new object runs it normally.
+        QZSetTraceHook(&m.Object, nullptr, nullptr);
+        ASSERT_EQ(m.Load(text), Qz::rcOK);
+        EXPECT_EQ(m.Tables(), 0u);
+        EXPECT_EQ(m.Calls(), 1u);
+        EXPECT_EQ(m.Cycle(), Qz::rcRetWithCallsPending);
+        Machine fresh(false, Limits());
+        ASSERT_EQ(fresh.Load(text), Qz::rcOK);
+        EXPECT_EQ(fresh.Cycle(), Qz::rcOK);
+        EXPECT_EQ(fresh.Host.Calls, std::vector<HostCall>{Out("OUT", 2.0, 6, true)});
+    }
+}
 
 // ---- Both paths leave the same state ----
 
