@@ -13,6 +13,20 @@
 // it is given: names are never empty, every output has a known Dimension,
 // nothing is sent on a cycle that failed before its outputs, and every result
 // code is one the library documents.
+//
+// QZ_FUZZ_UNBOUNDED=1 in the environment (read once, at the first input)
+// runs every input without an instruction budget instead, so that only the
+// resource limits stop what grows: a memory ceiling of 16 MiB, at most 65,536
+// values on the value stack, at most 4,096 pending calls, and one or two
+// cycles (bit 0 of the flags byte). What bounds the time is a probe, not the
+// budget: the cycles run first on an object with a trace hook that counts
+// instructions and throws once a cycle has run 100,000 of them (the library
+// turns that into 105 and the input counts as too long to run unbounded).
+// Only an input whose cycles all end within that runs again on the compiled
+// core without any hook, where it must give the same result codes, and then
+// through the plain-versus-compiled comparison, all without a budget. A
+// compiled run that does not end although its plain run did shows up as a
+// timeout.
 #include "qz_fuzz_targets.h"
 
 #include "differential.h"
@@ -28,6 +42,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -140,9 +155,124 @@ void RunCycle(qz_st_interpretator::IQZSTInterpretator* object, FuzzHost& host, s
     ++host.Cycle;
 }
 
+// ---- The unbounded mode ----
+
+constexpr uint64_t kUnboundedMemory = uint64_t(16) << 20;
+constexpr uint64_t kUnboundedStack = 65536;
+constexpr uint64_t kUnboundedDepth = 4096;
+constexpr size_t kUnboundedInstructions = 100000;  // per cycle, counted by the probe's trace hook
+
+struct ProbeGuard {};  // thrown by the probe's hook; only the library sees it
+
+struct Probe {
+    size_t Instructions = 0;
+    size_t Length = 0;
+    bool Fired = false;
+    static void Count(void* context, const QZTraceEvent* event) {
+        Probe* probe = static_cast<Probe*>(context);
+        QZ_FUZZ_CHECK(event->InstructionStart >= 0);
+        QZ_FUZZ_CHECK(size_t(event->InstructionStart) <= probe->Length);
+        QZ_FUZZ_CHECK(Qz::ResultMeaning(event->Result) != nullptr);
+        if (++probe->Instructions > kUnboundedInstructions) {
+            probe->Fired = true;
+            throw ProbeGuard();
+        }
+    }
+};
+
+void SetUnboundedLimits(qz_st_interpretator::IQZSTInterpretator* object) {
+    QZSetInstructionBudget(object, 0);
+    QZSetMemoryLimit(object, kUnboundedMemory);
+    QZSetStackLimit(object, kUnboundedStack);
+    QZSetCallDepthLimit(object, kUnboundedDepth);
+}
+
+int QzFuzzProgramUnbounded(const uint8_t* data, size_t size) {
+    if (size < 2) return 0;
+    const uint8_t flags = data[0];
+    const uint8_t seed = data[1];
+    const std::string text(reinterpret_cast<const char*>(data + 2), size - 2);
+    const int cycles = 1 + (flags & 1);
+
+    // The probe: the reading path, instructions counted.
+    std::vector<Qz::uint32_t> probed;
+    {
+        qz_st_interpretator::IQZSTInterpretator* object = Create();
+        SetUnboundedLimits(object);
+        FuzzClock clock;
+        QZSetClock(object, &FuzzClock::Read, &clock);
+        Probe probe;
+        probe.Length = text.size();
+        QZSetTraceHook(object, &Probe::Count, &probe);
+        FuzzHost host(seed);
+        CheckResult(object->InitInterpretator(text));
+        for (int i = 0; i < cycles; ++i) {
+            probe.Instructions = 0;
+            host.Outputs = 0;
+            const Qz::uint32_t result = object->Execute(&host);
+            CheckResult(result);
+            if (probe.Fired) {
+                // The hook's exception ended the cycle at the boundary.
+                QZ_FUZZ_CHECK(result == Qz::rcInternalFailure);
+                break;
+            }
+            QZ_FUZZ_CHECK(result != Qz::rcInternalFailure && result != Qz::rcBudgetExhausted);
+            if (result != Qz::rcOK && result != Qz::rcVarNotFound) QZ_FUZZ_CHECK(host.Outputs == 0);
+            probed.push_back(result);
+            ++host.Cycle;
+        }
+        object->Destroy();  // whatever the exception left behind is released
+        if (probe.Fired) return 0;
+    }
+
+    // The compiled core, no hook and no budget: the same results.
+    {
+        qz_st_interpretator::IQZSTInterpretator* object = Create();
+        SetUnboundedLimits(object);
+        FuzzClock clock;
+        QZSetClock(object, &FuzzClock::Read, &clock);
+        FuzzHost host(seed);
+        CheckResult(object->InitInterpretator(text));
+        for (int i = 0; i < cycles; ++i) {
+            host.Outputs = 0;
+            const Qz::uint32_t result = object->Execute(&host);
+            CheckResult(result);
+            if (result != probed[size_t(i)]) {
+                std::fprintf(stderr, "cycle %d: %u without the probe's hook, %u with it\n", i + 1, result,
+                             probed[size_t(i)]);
+                std::abort();
+            }
+            ++host.Cycle;
+        }
+        object->Destroy();
+    }
+
+    qzdiff::Options options;
+    options.Cycles = cycles;
+    options.Budget = 0;
+    options.MemoryLimit = kUnboundedMemory;
+    options.StackLimit = kUnboundedStack;
+    options.CallDepthLimit = kUnboundedDepth;
+    const std::string difference = qzdiff::Compare(text, options);
+    if (!difference.empty()) {
+        std::fprintf(stderr, "plain and compiled cores differ without a budget: %s\n", difference.c_str());
+        std::abort();
+    }
+    return 0;
+}
+
+bool UnboundedMode() {
+    static const bool unbounded = [] {
+        const char* value = std::getenv("QZ_FUZZ_UNBOUNDED");
+        return value && std::strcmp(value, "1") == 0;
+    }();
+    return unbounded;
+}
+
 }  // namespace
 
 int QzFuzzProgram(const uint8_t* data, size_t size) {
+    if (UnboundedMode()) return QzFuzzProgramUnbounded(data, size);
     if (size < 2) return 0;
     const uint8_t flags = data[0];
     const uint8_t seed = data[1];

@@ -51,6 +51,9 @@ struct Options {
     uint64_t Budget = 2000;  // instructions per cycle; 0 = unlimited
     bool Trace = false;
     bool Clock = true;  // a simulated clock (else the wall clock: only for texts without TICK)
+    uint64_t StackLimit = 0;                          // values; 0 = none
+    uint64_t CallDepthLimit = 0;                      // pending calls; 0 = none
+    uint64_t MemoryLimit = QZ_DEFAULT_MEMORY_LIMIT;  // bytes; 0 = none
 };
 
 // One side of the comparison.
@@ -62,6 +65,9 @@ public:
     }
     void Configure(const Options& options) {
         QZSetInstructionBudget(&Object, options.Budget);
+        QZSetStackLimit(&Object, options.StackLimit);
+        QZSetCallDepthLimit(&Object, options.CallDepthLimit);
+        QZSetMemoryLimit(&Object, options.MemoryLimit);
         if (options.Clock) QZSetClock(&Object, &Side::ClockTick, &Now);
         if (options.Trace) QZSetTraceHook(&Object, &Side::Traced, this);
     }

@@ -458,6 +458,18 @@ TEST(HardeningRegressions, SavedProgramInputs) {
     }
 }
 
+// The same inputs in the harness's unbounded mode (QZ_FUZZ_UNBOUNDED=1): no
+// budget, the resource limits, the probe that bounds the time.
+TEST(HardeningRegressions, SavedProgramInputsWithoutBudget) {
+    const std::vector<std::string> files = FilesIn(SourceDir() + "/../regressions/program");
+    ASSERT_FALSE(files.empty()) << "no saved inputs in tests/regressions/program";
+    for (const std::string& file : files) {
+        SCOPED_TRACE(file);
+        const std::string data = ReadFile(file);
+        EXPECT_EQ(QzFuzzProgramUnbounded(reinterpret_cast<const uint8_t*>(data.data()), data.size()), 0);
+    }
+}
+
 // What the harness does with one input, as result codes in order: the load
 // (two when the text is loaded twice), each cycle, and the reload of the
 // prefix with its cycle.
