@@ -75,12 +75,14 @@ public:
     uint64_t MemoryLimit = QZ_DEFAULT_MEMORY_LIMIT;  // bytes; 0: none
 
     // What running the program holds beyond the loaded text, as the limits
-    // count it: a frame record with its share of list and pool overhead, a
-    // frame table with its buckets.
-    static constexpr uint64_t kFrameRecordBytes = sizeof(Var) + 64;
+    // count it: a frame record (the record, its copy in the declarations'
+    // list, their share of vectors and buckets), a frame table with its
+    // buckets, a pending call (its return index and compiled return point).
+    static constexpr uint64_t kFrameRecordBytes = 2 * sizeof(Var) + 96;
+    static constexpr uint64_t kCallBytes = 2 * sizeof(uint32_t);
     static constexpr uint64_t kFrameTableBytes = sizeof(CQZ_Vars) + 64;
     uint64_t MemoryInUse() const {
-        return Stack.size() * sizeof(QZ_StackValue) + CallStack.size() * 2 * sizeof(uint32_t) +
+        return Stack.size() * sizeof(QZ_StackValue) + CallStack.size() * kCallBytes +
                TableStack.size() * kFrameTableBytes + FrameRecordsInUse * kFrameRecordBytes;
     }
     bool WouldPassMemoryLimit(uint64_t extraBytes) const {

@@ -63,8 +63,10 @@ void QZGetScanPosition(IQZSTInterpretator* object, QZScanPosition* position) {
 // ---- Loader ----
 
 // No exception leaves the library: a refused allocation (or anything else
-// thrown below) ends the call with a code, and the object stays usable. The
-// next InitInterpretator starts it afresh.
+// thrown below) ends the call with a code, and the object stays usable. What
+// a failed cycle leaves is what any failed cycle leaves: a reload discards
+// frames but, by the language's rules, keeps pending calls, so after a
+// failure inside a subprogram a host creates a new object.
 template <typename Body>
 Qz::uint32_t CQZ_STInterpretator::Guarded(Body body) {
     try {

@@ -118,6 +118,7 @@ Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int 
     }
     if (!create) return nullptr;
 
+    ReserveRecordSlot();
     Var* var = NewRecord();
     _qzcscpy(var->VarName, kNameLimit, name);
     var->VarName[kNameLimit] = 0;
@@ -137,10 +138,17 @@ Var* CQZ_Vars::lookup(const char* name, char kind, char type, double value, int 
 }
 
 Var* CQZ_Vars::AddRecord(const Var& prototype) {
+    ReserveRecordSlot();
     Var* var = NewRecord();
     CopyRecord(*var, prototype);
     Link(var);
     return var;
+}
+
+// Makes room in the creation order before a record is taken: a refused
+// allocation there then leaves nothing half-linked (Link only stores).
+void CQZ_Vars::ReserveRecordSlot() {
+    if (Created.size() == Created.capacity()) Created.reserve(Created.empty() ? 8 : Created.size() * 2);
 }
 
 void CQZ_Vars::Link(Var* var) {

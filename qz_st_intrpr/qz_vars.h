@@ -91,6 +91,7 @@ public:
 
 private:
     Var* NewRecord();
+    void ReserveRecordSlot();
     void ReleaseRecord(Var* var);
     // Links a filled record into its bucket and its kind's list.
     void Link(Var* var);

@@ -519,7 +519,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 // stops it where it always does.
                 if ((CallDepthLimit != 0 && CallStack.size() >= CallDepthLimit) ||
                     (kBudget && run + frame.Declarations > budget) ||
-                    WouldPassMemoryLimit(kFrameTableBytes + uint64_t(frame.PeakRecords) * kFrameRecordBytes)) {
+                    WouldPassMemoryLimit(kCallBytes + kFrameTableBytes + uint64_t(frame.PeakRecords) * kFrameRecordBytes)) {
                     InstructionsRun = kBudget ? run - pc->Cost : 0;
                     return RunEscaped(pc->Pos, pc->Pos, reachedEnd);
                 }

@@ -935,8 +935,9 @@ TEST(CompiledSpecialisations, EveryCompiledOperationIsReached) {
         for (const auto& r : results) codes += " " + std::to_string(r.first) + "x" + std::to_string(r.second);
         std::printf("[ %s ] %zu of %zu programs load; first cycle results (code x count):%s\n", part.Name, loaded,
                     part.Programs.size(), codes.c_str());
-        if (part.MustLoad)
+        if (part.MustLoad) {
             EXPECT_GE(loaded * 10, part.Programs.size() * 9) << part.Name << ": most programs should load";
+        }
     }
     for (size_t op = 0; op < kOpCount; ++op) {
         std::printf("  %-60s %zu\n", OpDescription(uint8_t(op)), reached[op]);

@@ -298,16 +298,9 @@ TEST_P(Resources, StackStorageStaysWithinTheCeiling) {
     EXPECT_EQ(m.Memory(), 1000000u);
 }
 
-// LIBRARY BUG, disabled so that it does not block the suite: the compiled
-// CAL (qz_st_intrpr/qz_vm.cpp, the CAL case) asks the ceiling about the frame
-// table and its records only, not about the call position it pushes before
-// them, which the reading rules (EnterCall, then FillFrame) count. When the
-// ceiling leaves room for the frame but not for the frame and the call
-// position together, the compiled path builds the frame and holds more than
-// the ceiling (2,168 bytes under a ceiling of 2,152 here), where the plain
-// path fails the CAL with 103. Enable once the compiled check counts
-// 2 * sizeof(uint32_t) more.
-TEST(ResourcesCeiling, DISABLED_CompiledCallCountsItsCallPositionAsTheReadingRulesDo) {
+// A CAL asks the ceiling about its call position as well as its frame, on
+// both paths: a ceiling with room for the frame alone fails the CAL with 103.
+TEST(ResourcesCeiling, CompiledCallCountsItsCallPositionAsTheReadingRulesDo) {
     const int locals = 3;
     const uint64_t level = kCall + kTable + locals * kRecord;
     for (bool plain : {true, false}) {
