@@ -389,30 +389,21 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 pc += 3;
                 vmbreak;
             }
-            vmcase(ARITH_G) {
-                QZ_Register& dst = *regs[pc->Dst];
-                if (!peek(*pc, s)) goto delegate;
-                d.Value = dst.Value;
-                d.Type = dst.ValueType;
-                if (qz::Arithmetic(pc->Code, s, d, out) != Qz::rcOK) goto delegate;
-                commit(*pc, s);
-                dst.Value = out.Value;
-                dst.ValueType = out.Type;
-                ++pc;
-                vmbreak;
-            }
-            vmcase(CMP_G) {
-                QZ_Register& dst = *regs[pc->Dst];
-                if (!peek(*pc, s)) goto delegate;
-                d.Value = dst.Value;
-                d.Type = dst.ValueType;
-                qz::Compare(pc->Code, s, d, out);
-                commit(*pc, s);
-                dst.Value = out.Value;
-                dst.ValueType = out.Type;
-                ++pc;
-                vmbreak;
-            }
+#define QZ_GENERIC_CASE(OP, FN)                                  \
+    vmcase(OP) {                                                 \
+        QZ_Register& dst = *regs[pc->Dst];                       \
+        if (!peek(*pc, s)) goto delegate;                        \
+        d.Value = dst.Value;                                     \
+        d.Type = dst.ValueType;                                  \
+        if (FN != Qz::rcOK) goto delegate;                       \
+        commit(*pc, s);                                          \
+        dst.Value = out.Value;                                   \
+        dst.ValueType = out.Type;                                \
+        ++pc;                                                    \
+        vmbreak;                                                 \
+    }
+            QZ_GENERIC_CASE(ARITH_G, qz::Arithmetic(pc->Code, s, d, out))
+            QZ_GENERIC_CASE(CMP_G, qz::Compare(pc->Code, s, d, out))
             vmcase(CMP_JUMP) {
                 // The comparison, then TST of its register and the jump behind it.
                 QZ_Register& dst = *regs[pc->Dst];
@@ -434,19 +425,6 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 pc = taken ? code + jump.B : pc + 3;
                 vmbreak;
             }
-#define QZ_GENERIC_CASE(OP, FN)                                  \
-    vmcase(OP) {                                                 \
-        QZ_Register& dst = *regs[pc->Dst];                       \
-        if (!peek(*pc, s)) goto delegate;                        \
-        d.Value = dst.Value;                                     \
-        d.Type = dst.ValueType;                                  \
-        if (FN != Qz::rcOK) goto delegate;                       \
-        commit(*pc, s);                                          \
-        dst.Value = out.Value;                                   \
-        dst.ValueType = out.Type;                                \
-        ++pc;                                                    \
-        vmbreak;                                                 \
-    }
             QZ_GENERIC_CASE(POW_G, qz::Power(s, d, out))
             // A source that is no BOOL fails before the register is read.
             QZ_GENERIC_CASE(BOOL_G, (s.Type != char(ttBOOL) ? Qz::rcBoolOperand : qz::Boolean(pc->Code, s, d, out)))

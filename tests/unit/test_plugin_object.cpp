@@ -11,33 +11,7 @@
 #include <cstdlib>
 #include <new>
 
-namespace {
-
-long gLiveBlocks = 0;
-long gFailCountdown = 0;  // the allocation that makes it reach 0 fails; 0: none
-
-void* Allocate(std::size_t size) {
-    if (gFailCountdown > 0 && --gFailCountdown == 0) throw std::bad_alloc();
-    void* p = std::malloc(size ? size : 1);
-    if (!p) throw std::bad_alloc();
-    ++gLiveBlocks;
-    return p;
-}
-
-void Release(void* p) noexcept {
-    if (!p) return;
-    --gLiveBlocks;
-    std::free(p);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) { return Allocate(size); }
-void* operator new[](std::size_t size) { return Allocate(size); }
-void operator delete(void* p) noexcept { Release(p); }
-void operator delete[](void* p) noexcept { Release(p); }
-void operator delete(void* p, std::size_t) noexcept { Release(p); }
-void operator delete[](void* p, std::size_t) noexcept { Release(p); }
+#include "counting_allocator.h"
 
 namespace {
 
