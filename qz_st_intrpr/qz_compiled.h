@@ -35,6 +35,8 @@
     X(MOV_NV, "MOV number @var")                                                   \
     X(MOV_VV, "MOV @var @var")                                                     \
     X(MOV_RR, "MOV reg reg")                                                       \
+    X(MOV_VP, "MOV @var PUSH")                                                     \
+    X(MOV_PV, "MOV POP @var")                                                      \
     X(MOV_G, "MOV, any other source and destination")                              \
     X(ADD_V, "ADD @var reg")                                                       \
     X(ADD_N, "ADD number reg")                                                     \

@@ -271,6 +271,7 @@ bool QZ_Compiler::EmitMove(QZ_Insn& in, Edge& edge, const Token& keyword) {
     static const uint8_t kShapes[][3] = {
         {skVar, dkRegister, opMOV_VR},    {skRegister, dkVar, opMOV_RV}, {skNumber, dkRegister, opMOV_NR},
         {skNumber, dkVar, opMOV_NV},      {skVar, dkVar, opMOV_VV},      {skRegister, dkRegister, opMOV_RR},
+        {skVar, dkPush, opMOV_VP},        {skPop, dkVar, opMOV_PV},
     };
     in.Op = opMOV_G;
     for (const auto& shape : kShapes)

@@ -255,6 +255,21 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 ++pc;
                 vmbreak;
             }
+            vmcase(MOV_VP) {
+                if (StackRoom() != Qz::rcOK) goto delegate;
+                const Var* v = vars[pc->A];
+                Stack.push_back(QZ_StackValue{Narrowed(v->VarValue, v->VarType), v->VarType});
+                ++pc;
+                vmbreak;
+            }
+            vmcase(MOV_PV) {
+                if (Stack.empty()) goto delegate;
+                const double value = Stack.back().Value;
+                Stack.pop_back();
+                Store(*vars[pc->B], value);
+                ++pc;
+                vmbreak;
+            }
             vmcase(MOV_G) {
                 if (!peek(*pc, s)) goto delegate;
                 double* target = nullptr;
