@@ -64,7 +64,7 @@
     X(JMPF, "JMPF label")                                                          \
     X(JMPT, "JMPT label")                                                          \
     X(GOTO, "continue at code compiled before (no instruction of the text)")       \
-    X(MOVA_V, "MOVA @var to a variable or register")                               \
+    X(MOVA_V, "MOVA @var or reg to a variable or register")                        \
     X(CAL, "CAL subprogram")                                                       \
     X(RET, "RET of a subprogram")                                                  \
     X(MAIN_RET, "RET of MAIN: the cycle ends")                                     \

@@ -287,7 +287,16 @@ bool QZ_Compiler::EmitAddressMove(QZ_Insn& in, Edge& edge, const Token& keyword)
     if (!ScanOperand(keyword.Next, source) || !ScanOperand(source.Next, dest) || source.WouldRegister ||
         dest.WouldRegister)
         return EmitDelegate(in, edge, false, -1, -1);
-    bool ok = source.Code == ttVAR && FindVariable(source.Text, edge.Context, in.A);
+    bool ok = true;
+    if (source.Code == ttVAR) {
+        in.SrcKind = skVar;
+        ok = FindVariable(source.Text, edge.Context, in.A);
+    } else if (source.Code == ttA0 || source.Code == ttR0 || source.Code == ttR1) {
+        in.SrcKind = skRegister;  // an address passed on as it is
+        in.Src = RegisterIndex(source.Code);
+    } else {
+        ok = false;
+    }
     switch (dest.Code) {
     case ttVAR: in.DstKind = dkVar; ok = ok && FindVariable(dest.Text, edge.Context, in.B); break;
     case ttA0: case ttR0: case ttR1: in.DstKind = dkRegister; in.Dst = RegisterIndex(dest.Code); break;
@@ -296,7 +305,6 @@ bool QZ_Compiler::EmitAddressMove(QZ_Insn& in, Edge& edge, const Token& keyword)
     }
     if (!ok) return EmitDelegate(in, edge, true, dest.Next, dest.Start);
     in.Op = opMOVA_V;
-    in.SrcKind = skVar;
     Push(in);
     edge.Pos = dest.Next;
     edge.Prev = dest.Start;

@@ -2,6 +2,7 @@
 #include "qz_st_intrpr_lists.h"
 
 #include <memory>
+#include <utility>
 
 CQZ_STInterpretator_Lists::CQZ_STInterpretator_Lists() : Vars(ProgramBuckets, CQZ_Vars::kProgramBuckets) {
     Vars.SetReferenceSlots(&References);
@@ -32,6 +33,17 @@ CQZ_Vars* CQZ_STInterpretator_Lists::AcquireFrameTable() {
 }
 
 CQZ_Vars* CQZ_STInterpretator_Lists::AcquireFrameTable(uint32_t shape) {
+    // Subprograms that call each other in turn would otherwise take each
+    // other's retired tables and rebuild them: look a little way down the
+    // pool for one of this shape.
+    const size_t reach = FramePool.size() < kFrameSearch ? FramePool.size() : kFrameSearch;
+    for (size_t i = 1; i <= reach; ++i) {
+        CQZ_Vars*& candidate = FramePool[FramePool.size() - i];
+        if (candidate->IsRetired() && candidate->Shape() == shape) {
+            std::swap(candidate, FramePool.back());
+            break;
+        }
+    }
     CQZ_Vars* table = TakeFrameTable();
     if (table->RecordCount() != 0 && !(table->IsRetired() && table->Shape() == shape)) table->Clear();
     return table;

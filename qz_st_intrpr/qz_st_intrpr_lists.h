@@ -45,6 +45,7 @@ protected:
 private:
     CQZ_Vars* TakeFrameTable();
     static constexpr size_t kFramePoolLimit = 256;
+    static constexpr size_t kFrameSearch = 8;
     std::vector<CQZ_Vars*> FramePool;
 };
 

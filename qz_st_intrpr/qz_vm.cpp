@@ -483,25 +483,32 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 vmbreak;
             }
             vmcase(MOVA_V) {
-                Var* v = vars[pc->A];
                 double address;
-                if (v->VarKind == char(ttVR)) {
-                    // A VR variable holds an address already: narrow its target in place.
-                    double* target = References.Resolve(v->VarValue);
-                    if (!target) goto delegate;
-                    qz::Narrow(*target, *target, v->VarType);
-                    address = v->VarValue;
+                char type;
+                if (pc->SrcKind == skRegister) {
+                    address = regs[pc->Src]->Value;  // passed on as it is, with its type
+                    type = regs[pc->Src]->ValueType;
                 } else {
-                    // Narrowing in place is idempotent, so a failure after it can
-                    // still be handed to the handler.
-                    qz::Narrow(v->VarValue, v->VarValue, v->VarType);
-                    if (!References.AddressOf(v, address)) goto delegate;
+                    Var* v = vars[pc->A];
+                    type = v->VarType;
+                    if (v->VarKind == char(ttVR)) {
+                        // A VR variable holds an address already: narrow its target in place.
+                        double* target = References.Resolve(v->VarValue);
+                        if (!target) goto delegate;
+                        qz::Narrow(*target, *target, v->VarType);
+                        address = v->VarValue;
+                    } else {
+                        // Narrowing in place is idempotent, so a failure after it
+                        // can still be handed to the handler.
+                        qz::Narrow(v->VarValue, v->VarValue, v->VarType);
+                        if (!References.AddressOf(v, address)) goto delegate;
+                    }
                 }
-                if (pc->DstKind == dkVar)
+                if (pc->DstKind == dkVar) {
                     vars[pc->B]->VarValue = address;  // the bits as they are
-                else if (pc->DstKind == dkRegister) {
+                } else if (pc->DstKind == dkRegister) {
                     regs[pc->Dst]->Value = address;
-                    regs[pc->Dst]->ValueType = v->VarType;
+                    regs[pc->Dst]->ValueType = type;
                 }
                 ++pc;
                 vmbreak;
