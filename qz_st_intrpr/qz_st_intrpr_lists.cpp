@@ -20,6 +20,10 @@ CQZ_Vars* CQZ_STInterpretator_Lists::TakeFrameTable() {
         FramePool.pop_back();
         return table;
     }
+    return NewFrameTable();
+}
+
+CQZ_Vars* CQZ_STInterpretator_Lists::NewFrameTable() {
     FramePool.reserve(kFramePoolLimit);  // so ReleaseFrameTable never allocates
     std::unique_ptr<CQZ_Vars> table(new CQZ_Vars());
     table->SetReferenceSlots(&References);
@@ -41,9 +45,13 @@ CQZ_Vars* CQZ_STInterpretator_Lists::AcquireFrameTable(uint32_t shape) {
         CQZ_Vars*& candidate = FramePool[FramePool.size() - i];
         if (candidate->IsRetired() && candidate->Shape() == shape) {
             std::swap(candidate, FramePool.back());
-            break;
+            return TakeFrameTable();
         }
     }
+    // None of this shape: keep the retired one on top for its own subprogram's
+    // next call, and build another, as long as the pool has room for both.
+    if (!FramePool.empty() && FramePool.back()->IsRetired() && FramePool.size() + TableStack.size() < kFramePoolLimit)
+        return NewFrameTable();
     CQZ_Vars* table = TakeFrameTable();
     if (table->RecordCount() != 0 && !(table->IsRetired() && table->Shape() == shape)) table->Clear();
     return table;
@@ -56,7 +64,9 @@ void CQZ_STInterpretator_Lists::ReleaseFrameTable(CQZ_Vars* table) {
         table->Retire();
     else
         table->Clear();
-    if (FramePool.size() < kFramePoolLimit)
+    // The pool keeps small tables only: what it holds stays bounded whatever
+    // the frames a program built (64 tables of at most 256 records).
+    if (FramePool.size() < kFramePoolLimit && table->RecordsHeld() <= kPooledRecordLimit)
         FramePool.push_back(table);
     else
         delete table;

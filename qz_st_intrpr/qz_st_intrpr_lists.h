@@ -44,8 +44,10 @@ protected:
 
 private:
     CQZ_Vars* TakeFrameTable();
-    static constexpr size_t kFramePoolLimit = 256;
-    static constexpr size_t kFrameSearch = 8;
+    CQZ_Vars* NewFrameTable();
+    static constexpr size_t kFramePoolLimit = 64;
+    static constexpr uint32_t kPooledRecordLimit = 256;
+    static constexpr size_t kFrameSearch = 32;
     std::vector<CQZ_Vars*> FramePool;
 };
 

@@ -85,7 +85,11 @@ CQZ_Vars::~CQZ_Vars() {
 }
 
 Var* CQZ_Vars::NewRecord() {
-    if (!FreeRecords) return new Var();
+    if (!FreeRecords) {
+        Var* var = new Var();
+        ++Allocated;
+        return var;
+    }
     Var* var = FreeRecords;
     FreeRecords = var->Next;
     return var;

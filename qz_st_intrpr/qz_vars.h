@@ -68,6 +68,8 @@ public:
     uint32_t RecordCount() const { return uint32_t(Created.size()); }
     Var* Record(uint32_t ordinal) const { return Created[ordinal]; }
     Var* const* RecordData() const { return Created.data(); }
+    // Records this table holds, in use or kept for reuse.
+    uint32_t RecordsHeld() const { return Allocated; }
 
     // A table's shape is a promise that it holds the same names, created in
     // the same order, as every other table of the same nonzero shape, so a
@@ -111,6 +113,7 @@ private:
     // through Next), so a frame table that is rebuilt on every call stops
     // allocating once it has been built once.
     Var* FreeRecords = nullptr;
+    uint32_t Allocated = 0;  // records this table holds, in use or free
     std::list<Var> FreeListNodes;
     QZ_ReferenceSlots* Slots = nullptr;
     std::vector<Var*> Created;
