@@ -79,7 +79,8 @@ uint32_t SimulatedClock(void*) { return gSimulatedNow; }
 
 class QzRunner {
 public:
-    explicit QzRunner(const Workload& w) : Host(w), Object(Create()) {
+    explicit QzRunner(const Workload& w, uint64_t budget = 0) : Host(w), Object(Create()) {
+        QZSetInstructionBudget(Object, budget);
         QZSetClock(Object, SimulatedClock, nullptr);
         const Qz::uint32_t r = Object->InitInterpretator(w.Program);
         if (r != 0) Fail(w, "load", r);
@@ -293,6 +294,13 @@ int RunForCallgrind(const std::string& what, uint64_t cycles) {
     return 0;
 }
 
+// The interpreter with an instruction budget set, large enough never to stop
+// a cycle: what counting instructions costs.
+class QzBudgetRunner : public QzRunner {
+public:
+    explicit QzBudgetRunner(const Workload& w) : QzRunner(w, uint64_t(1) << 40) {}
+};
+
 // ---- Benchmarks ----
 
 template <typename Runner>
@@ -401,6 +409,8 @@ int main(int argc, char** argv) {
                      instructions);
         const std::string name = w.Name;
         benchmark::RegisterBenchmark((name + "/qz").c_str(), BenchCycle<QzRunner>, &w)->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((name + "/qz_budget").c_str(), BenchCycle<QzBudgetRunner>, &w)
+            ->Unit(benchmark::kMicrosecond);
         benchmark::RegisterBenchmark((name + "/lua").c_str(), BenchCycle<LuaRunner>, &w)->Unit(benchmark::kMicrosecond);
         benchmark::RegisterBenchmark((name + "/cpp").c_str(), BenchCycle<NativeRunner>, &w)
             ->Unit(benchmark::kMicrosecond);

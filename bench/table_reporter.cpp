@@ -66,9 +66,9 @@ void TableReporter::Finalize() {
     if (!Quiet) ConsoleReporter::Finalize();
     std::printf("\nMachine: %ld cores, %s. CPU time per cycle, median of the repetitions.\n\n",
                 sysconf(_SC_NPROCESSORS_ONLN), CpuModel().c_str());
-    std::printf("| Workload | Interpreter | Lua 5.4 | C++ | vs Lua | Target | vs C++ | Allocations per cycle "
+    std::printf("| Workload | Interpreter | Lua 5.4 | C++ | vs Lua | Target | vs C++ | With a budget | Allocations per cycle "
                 "(interpreter / Lua / C++) | Interpreter's first cycle |\n");
-    std::printf("|---|---|---|---|---|---|---|---|---|\n");
+    std::printf("|---|---|---|---|---|---|---|---|---|---|\n");
     struct Target {
         const char* Name;
         double MaxRatio;
@@ -82,13 +82,19 @@ void TableReporter::Finalize() {
         const double vsLua = qz->second.Microseconds / lua->second.Microseconds;
         const double vsCpp = qz->second.Microseconds / cpp->second.Microseconds;
         const double allocations = qz->second.Counters["allocs_per_cycle"];
+        // What an instruction budget costs, as a change of the interpreter's time.
+        const auto budgeted = Results.find(name + "/qz_budget");
+        char budget[32] = "-";
+        if (budgeted != Results.end())
+            std::snprintf(budget, sizeof budget, "%+.1f%%",
+                          100.0 * (budgeted->second.Microseconds / qz->second.Microseconds - 1.0));
         const bool met = vsLua <= target.MaxRatio && allocations == 0;
         char goal[64] = "none";
         if (target.MaxRatio > 0)
             std::snprintf(goal, sizeof goal, "<= %.1fx, 0 allocations: %s", target.MaxRatio, met ? "met" : "NOT met");
-        std::printf("| %s | %s | %s | %s | %.2fx | %s | %.0fx | %s / %s / %s | %s allocations |\n",
+        std::printf("| %s | %s | %s | %s | %.2fx | %s | %.0fx | %s | %s / %s / %s | %s allocations |\n",
                     target.Name, Time(qz->second.Microseconds).c_str(), Time(lua->second.Microseconds).c_str(),
-                    Time(cpp->second.Microseconds).c_str(), vsLua, goal, vsCpp,
+                    Time(cpp->second.Microseconds).c_str(), vsLua, goal, vsCpp, budget,
                     Number(allocations).c_str(), Number(lua->second.Counters["allocs_per_cycle"]).c_str(),
                     Number(cpp->second.Counters["allocs_per_cycle"]).c_str(),
                     Number(qz->second.Counters["first_cycle_allocs"]).c_str());

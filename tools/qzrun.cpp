@@ -40,6 +40,10 @@ constexpr int kExitProgramError = 1;
 constexpr int kExitUsage = 2;
 
 constexpr uint64_t kDefaultMaxSteps = 10'000'000;
+// Far beyond what a control program needs, near enough to stop a runaway
+// PUSH loop or recursion with a message long before the memory ceiling.
+constexpr uint64_t kDefaultMaxStack = 1'000'000;
+constexpr uint64_t kDefaultMaxDepth = 10'000;
 // The simulated clock's reading in the first cycle. The tick counter takes a
 // reading of 0 for "never read", so simulated time must not start there.
 constexpr uint32_t kSimulatedClockStart = 1000;
@@ -89,6 +93,12 @@ Checking:
                      100 (default 10000000; 0 = no limit), so that a program
                      caught in a loop ends with a message instead of hanging.
                        qzrun endless_loop.qz --max-steps 1000
+  --max-stack N      Stop a PUSH beyond N values on the value stack with error
+                     101 (default 1000000; 0 = no limit of its own).
+  --max-depth N      Stop a CAL beyond N pending calls with error 102
+                     (default 10000; 0 = no limit of its own).
+  --max-memory MB    The interpreter's memory ceiling for the value stack,
+                     calls and frames: error 103 beyond it (default 256).
   --max-file-size SIZE
                      Refuse a program or --inputs file larger than SIZE:
                      megabytes, or a number with K, M or G (default 64).
@@ -136,6 +146,9 @@ struct Options {
     bool Trace = false;
     bool Stats = false;
     uint64_t MaxSteps = kDefaultMaxSteps;
+    uint64_t MaxStack = kDefaultMaxStack;
+    uint64_t MaxDepth = kDefaultMaxDepth;
+    uint64_t MaxMemoryMb = QZ_DEFAULT_MEMORY_LIMIT >> 20;
     uint64_t MaxFileBytes = qzrun::kDefaultMaxFileBytes;
     bool SimulatedTime = false;
     uint32_t SimulatedStep = 0;
@@ -243,6 +256,12 @@ Options ParseOptions(int argc, char** argv) {
             options.Stats = true;
         } else if (arg == "--max-steps") {
             options.MaxSteps = ParseCount(arg, takeValue(), UINT64_MAX);
+        } else if (arg == "--max-stack") {
+            options.MaxStack = ParseCount(arg, takeValue(), UINT64_MAX);
+        } else if (arg == "--max-depth") {
+            options.MaxDepth = ParseCount(arg, takeValue(), UINT64_MAX);
+        } else if (arg == "--max-memory") {
+            options.MaxMemoryMb = ParseCount(arg, takeValue(), uint64_t(1) << 40);
         } else if (arg == "--max-file-size") {
             options.MaxFileBytes = ParseSize(arg, takeValue());
         } else if (arg == "--sim-time") {
@@ -635,6 +654,9 @@ int Run(const Options& options) {
     if (options.Check) return kExitOk;
 
     QZSetInstructionBudget(interpreter.Object, options.MaxSteps);
+    QZSetStackLimit(interpreter.Object, options.MaxStack);
+    QZSetCallDepthLimit(interpreter.Object, options.MaxDepth);
+    QZSetMemoryLimit(interpreter.Object, options.MaxMemoryMb << 20);
     uint32_t simulatedNow = kSimulatedClockStart;
     if (options.SimulatedTime) QZSetClock(interpreter.Object, ReadSimulatedClock, &simulatedNow);
     TraceState trace{&source, 0};
