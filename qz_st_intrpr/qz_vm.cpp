@@ -65,7 +65,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
     Var* const* vars = Vars.RecordData();
     QZ_Register* const regs[4] = {&A0, &R0, &R1, &R1};
     const uint64_t budget = InstructionBudget;
-    uint64_t run = 0;
+    uint64_t left = budget;  // instructions the budget still allows
     bool single = false;  // a fused instruction the budget lets run only its first part
     Qz::uint32_t r = Qz::rcOK;
     QZ_Operand s, d, out;
@@ -126,20 +126,17 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
 #define vmbreak break
 #endif
     // The budget is checked before an instruction runs, as the reading loop
-    // checks it after reading the keyword.
-#define vmstep()                                                              \
-    if (kBudget && pc->Cost) {                                                \
-        if (run + pc->Cost > budget) {                                        \
-            if (run >= budget) goto exhausted;                                \
-            single = true;                                                    \
-            run += 1;                                                         \
-        } else {                                                              \
-            run += pc->Cost;                                                  \
-        }                                                                     \
+    // checks it after reading the keyword: one comparison and one
+    // subtraction (instructions that count nothing cost 0).
+#define vmstep()                                              \
+    if (kBudget) {                                            \
+        if (pc->Cost > left) goto budget_edge;                \
+        left -= pc->Cost;                                     \
     }
 
     for (;;) {
         vmstep();
+    dispatch:
         vmdispatch(pc->Op) {
             vmcase(MOV_VR) {
                 const Var* v = vars[pc->A];
@@ -443,12 +440,12 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 // A call the limits stop is left to the reading loop, which
                 // stops it where it always does.
                 if ((CallDepthLimit != 0 && CallStack.size() >= CallDepthLimit) ||
-                    (kBudget && run + frame.Declarations > budget) ||
+                    (kBudget && frame.Declarations > left) ||
                     WouldPassMemoryLimit(kCallBytes + kFrameTableBytes + uint64_t(frame.PeakRecords) * kFrameRecordBytes)) {
-                    InstructionsRun = kBudget ? run - pc->Cost : 0;
+                    InstructionsRun = kBudget ? budget - left - pc->Cost : 0;  // the reading loop counts the CAL again
                     return RunEscaped(pc->Pos, pc->Pos, reachedEnd);
                 }
-                run += frame.Declarations;
+                if (kBudget) left -= frame.Declarations;
                 ReturnStack.push_back(pc->B);
                 CallStack.push_back(QZ_FuncStackValue{pc->C});
                 vars = EnterFrame(frame)->RecordData();
@@ -462,7 +459,9 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 CallStack.pop_back();
                 CQZ_Vars* table = TableStack.back();
                 TableStack.pop_back();
-                run += table->RecordCount();  // releasing a frame costs what building it did
+                // Releasing a frame costs what building it did; past the
+                // budget, the next instruction's check stops the cycle.
+                if (kBudget) left = left > table->RecordCount() ? left - table->RecordCount() : 0;
                 FrameRecordsInUse -= table->RecordCount();
                 ReleaseFrameTable(table);
                 vars = TableStack.empty() ? Vars.RecordData() : TableStack.back()->RecordData();
@@ -470,7 +469,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
             }
             vmcase(MAIN_RET) {
                 RestoreSnapshot(Compiled.Snapshots[pc->Snapshot]);
-                InstructionsRun = run;
+                InstructionsRun = budget - left;
                 return Qz::rcOK;
             }
             vmcase(EXEC) {
@@ -501,7 +500,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
             }
             vmcase(DELEGATE) { goto delegate; }
             vmcase(ESCAPE) {
-                InstructionsRun = run;
+                InstructionsRun = budget - left;
                 return RunEscaped(pc->Prev == kPrevIsLastRet ? LastRetPos : pc->Prev, pc->Pos, reachedEnd);
             }
 #if !QZ_COMPUTED_GOTO
@@ -515,20 +514,29 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
         single = false;
         r = RunDelegated(pc->Pos);
         if (r != Qz::rcOK) {
-            InstructionsRun = run;
+            InstructionsRun = budget - left;
             return r;
         }
         // A delegated instruction whose operands the compiler could not read
         // has no compiled successor: the reading loop goes on from here.
         if (pc->Op == opDELEGATE && pc->B == 0) {
-            InstructionsRun = run;
+            InstructionsRun = budget - left;
             return RunBodyPlain(false, TableStack.size(), reachedEnd);
         }
         ++pc;
+        continue;
+
+    budget_edge:
+        // Too little budget for what the instruction stands for: none left
+        // stops the cycle; a fused instruction runs only its first part.
+        if (left == 0) goto exhausted;
+        single = true;
+        left -= 1;
+        goto dispatch;
     }
 
 exhausted:
-    InstructionsRun = run;
+    InstructionsRun = budget - left;
     SeekTo(pc->Pos);
     Scan(TokenText);  // the keyword, as the reading loop leaves it
     return Qz::rcBudgetExhausted;
