@@ -107,7 +107,7 @@ struct QZ_Insn {
     uint32_t B = 0;       // destination variable ordinal; jump target; CAL: return
     int32_t Pos = 0;      // where the keyword begins; ESCAPE: where to continue
     uint32_t C = 0;       // CMP_JUMP: jump target; CAL: return text index; EXEC: function
-    int32_t Prev = 0;     // ESCAPE: the token scanned last; CMP_JUMP: the jump's code
+    int32_t Prev = 0;     // ESCAPE: the token scanned last
     uint32_t Snapshot = 0;  // MAIN_RET: scanner fields after its RET
     uint8_t SrcType = 0;    // declared type of a source variable, or the number's type
     uint8_t DstType = 0;    // declared type of a destination variable
@@ -154,7 +154,6 @@ public:
     bool Usable = false;    // false: this text runs on the reading interpreter
     uint32_t Entry = 0;     // first instruction of MAIN's body
     uint32_t MainSnapshot = 0;  // the scanner after MAIN, as a cycle starts
-    uint32_t Compilations = 0;  // of this text, to bound recompiling
 
 private:
     uint32_t Version = 0;

@@ -215,12 +215,9 @@ bool QZ_Compiler::EmitInstruction(Edge& edge, const Token& keyword) {
 // straight line goes on after them; otherwise the handler fails.
 bool QZ_Compiler::EmitDelegate(QZ_Insn& in, Edge& edge, bool operandsRead, int32_t next, int32_t last) {
     in.Op = opDELEGATE;
-    in.B = operandsRead ? 1 : 0;  // whether compiled code follows
+    in.B = operandsRead && next >= 0 ? 1 : 0;  // whether compiled code follows
     Push(in);
-    if (!operandsRead || next < 0) {
-        P.Code.back().B = 0;
-        return false;
-    }
+    if (in.B == 0) return false;
     edge.Pos = next;
     edge.Prev = last;
     return true;
@@ -253,20 +250,30 @@ bool QZ_Compiler::SourceOperand(const Token& token, uint32_t context, QZ_Insn& i
     }
 }
 
+// Fills the destination fields of a MOV (`full`: references and PUSH too) or
+// a MOVA; false for a kind left to the handler (TICK presets, refused kinds).
+bool QZ_Compiler::DestOperand(const Token& token, uint32_t context, QZ_Insn& in, bool full) {
+    switch (token.Code) {
+    case ttVAR: in.DstKind = dkVar; return FindVariable(token.Text, context, in.B, &in.DstType);
+    case ttREF: in.DstKind = dkRef; return full && FindVariable(token.Text, context, in.B);
+    case ttA0: case ttR0: case ttR1: in.DstKind = dkRegister; in.Dst = RegisterIndex(token.Code); return true;
+    case ttNIL: in.DstKind = dkNil; in.Dst = 3; return true;
+    case ttPUSH: in.DstKind = dkPush; return full;
+    default: return false;
+    }
+}
+
+// Reads a source and a destination operand; false when either scan fails or
+// would enter a label (the handler then does what the reading path does).
+bool QZ_Compiler::ScanTwoOperands(const Token& keyword, Token& source, Token& dest) {
+    return ScanOperand(keyword.Next, source) && !source.WouldRegister && ScanOperand(source.Next, dest) &&
+           !dest.WouldRegister;
+}
+
 bool QZ_Compiler::EmitMove(QZ_Insn& in, Edge& edge, const Token& keyword) {
     Token source, dest;
-    if (!ScanOperand(keyword.Next, source) || !ScanOperand(source.Next, dest) || source.WouldRegister ||
-        dest.WouldRegister)
-        return EmitDelegate(in, edge, false, -1, -1);
-    bool ok = SourceOperand(source, edge.Context, in, true);
-    switch (dest.Code) {
-    case ttVAR: in.DstKind = dkVar; ok = ok && FindVariable(dest.Text, edge.Context, in.B, &in.DstType); break;
-    case ttREF: in.DstKind = dkRef; ok = ok && FindVariable(dest.Text, edge.Context, in.B); break;
-    case ttA0: case ttR0: case ttR1: in.DstKind = dkRegister; in.Dst = RegisterIndex(dest.Code); break;
-    case ttNIL: in.DstKind = dkNil; in.Dst = 3; break;
-    case ttPUSH: in.DstKind = dkPush; break;
-    default: ok = false; break;  // TICK presets and refused kinds stay with the handler
-    }
+    if (!ScanTwoOperands(keyword, source, dest)) return EmitDelegate(in, edge, false, -1, -1);
+    const bool ok = SourceOperand(source, edge.Context, in, true) && DestOperand(dest, edge.Context, in, true);
     if (!ok) return EmitDelegate(in, edge, true, dest.Next, dest.Start);
     static const uint8_t kShapes[][3] = {
         {skVar, dkRegister, opMOV_VR},    {skRegister, dkVar, opMOV_RV}, {skNumber, dkRegister, opMOV_NR},
@@ -284,9 +291,7 @@ bool QZ_Compiler::EmitMove(QZ_Insn& in, Edge& edge, const Token& keyword) {
 
 bool QZ_Compiler::EmitAddressMove(QZ_Insn& in, Edge& edge, const Token& keyword) {
     Token source, dest;
-    if (!ScanOperand(keyword.Next, source) || !ScanOperand(source.Next, dest) || source.WouldRegister ||
-        dest.WouldRegister)
-        return EmitDelegate(in, edge, false, -1, -1);
+    if (!ScanTwoOperands(keyword, source, dest)) return EmitDelegate(in, edge, false, -1, -1);
     bool ok = true;
     if (source.Code == ttVAR) {
         in.SrcKind = skVar;
@@ -297,12 +302,7 @@ bool QZ_Compiler::EmitAddressMove(QZ_Insn& in, Edge& edge, const Token& keyword)
     } else {
         ok = false;
     }
-    switch (dest.Code) {
-    case ttVAR: in.DstKind = dkVar; ok = ok && FindVariable(dest.Text, edge.Context, in.B); break;
-    case ttA0: case ttR0: case ttR1: in.DstKind = dkRegister; in.Dst = RegisterIndex(dest.Code); break;
-    case ttNIL: in.DstKind = dkNil; in.Dst = 3; break;
-    default: ok = false; break;
-    }
+    ok = ok && DestOperand(dest, edge.Context, in, false);
     if (!ok) return EmitDelegate(in, edge, true, dest.Next, dest.Start);
     in.Op = opMOVA_V;
     Push(in);
@@ -314,8 +314,7 @@ bool QZ_Compiler::EmitAddressMove(QZ_Insn& in, Edge& edge, const Token& keyword)
 // The two-operand operators: a source of any kind and a register.
 bool QZ_Compiler::EmitOperator(QZ_Insn& in, Edge& edge, const Token& keyword) {
     Token source, dest;
-    if (!ScanOperand(keyword.Next, source) || source.WouldRegister) return EmitDelegate(in, edge, false, -1, -1);
-    if (!ScanOperand(source.Next, dest) || dest.WouldRegister) return EmitDelegate(in, edge, false, -1, -1);
+    if (!ScanTwoOperands(keyword, source, dest)) return EmitDelegate(in, edge, false, -1, -1);
     const bool ok = SourceOperand(source, edge.Context, in, false) && IsValueRegister(dest.Code);
     if (!ok) return EmitDelegate(in, edge, true, dest.Next, dest.Start);
     in.Dst = RegisterIndex(dest.Code);

@@ -66,6 +66,8 @@ private:
     bool EveryLineEnds() const;
 
     bool SourceOperand(const Token& token, uint32_t context, QZ_Insn& in, bool acceptTick);
+    bool DestOperand(const Token& token, uint32_t context, QZ_Insn& in, bool full);
+    bool ScanTwoOperands(const Token& keyword, Token& source, Token& dest);
     bool FindVariable(const std::string& name, uint32_t context, uint32_t& ordinal, uint8_t* type = nullptr);
     static bool IsWholeDint(const QZ_Insn& in);
     // The target of a jump or call: where the label stands and the position

@@ -13,6 +13,7 @@
 namespace {
 
 long gLiveBlocks = 0;
+long gAllocations = 0;  // blocks ever handed out
 long long gLiveBytes = 0;
 long long gPeakBytes = 0;
 long gFailCountdown = 0;   // the allocation that makes it reach 0 fails; 0: none
@@ -28,6 +29,7 @@ void* Allocate(std::size_t size) {
     void* p = std::malloc(size ? size : 1);
     if (!p) throw std::bad_alloc();
     ++gLiveBlocks;
+    ++gAllocations;
     gLiveBytes += static_cast<long long>(malloc_usable_size(p));
     if (gLiveBytes > gPeakBytes) gPeakBytes = gLiveBytes;
     return p;

@@ -536,4 +536,30 @@ TEST(MemoryExhaustion, FramesHoldNoMoreThanTheCeiling) {
         }
 }
 
+// Once a program has run every path of its cycle, later cycles allocate
+// nothing: the compiled form, frames (also of subprograms called in turn),
+// references and the stacks are built once and reused.
+TEST(CycleAllocations, CyclesAfterTheFirstAllocateNothing) {
+    const char* const programs[] = {
+        "PROG LOOP VAR I V DINT 0 SUM V DINT 0 OUT VO DINT 0 MAIN MOV 0 @SUM MOV 0 @I L: MOV @SUM R0 ADD @I R0 "
+        "MOV R0 @SUM MOV @I R1 ADD 1 R1 MOV R1 @I GT 100 R1 TST R1 JMPT L MOV @SUM @OUT RET",
+        "PROG CALLS VAR K V DINT 0 ACC V LREAL 0 OUT VO LREAL 0 MAIN L: MOV @K PUSH CAL F MOV @K PUSH CAL G "
+        "ADD @ACC A0 MOV A0 @ACC MOV @K R1 ADD 1 R1 MOV R1 @K GT 50 R1 TST R1 JMPT L MOV @ACC @OUT RET "
+        "F: X V DINT 0 Y V LREAL 0 BODY MOV POP @X MOV @X R0 MUL 0.5 R0 MOV R0 @Y RET "
+        "G: Z V DINT 0 BODY MOV POP @Z MOV @Z A0 RET RET",
+        "PROG REFS VAR X V DINT 3 P V DINT 0 OUT VO DINT 0 MAIN MOVA @X @P MOV 7 ^P MOV ^P R0 MOV @X PUSH "
+        "EXEC SQRT MOV 2 PUSH MOV 10 PUSH EXEC POW MOV R0 @OUT RET",
+    };
+    for (const char* text : programs) {
+        CQZ_STInterpretator object;
+        ASSERT_EQ(object.InitInterpretator(text), 0u) << text;
+        QuietHost host;
+        for (int cycle = 0; cycle < 3; ++cycle) ASSERT_EQ(object.Execute(&host), 0u) << text;
+        ASSERT_GT(object.CompiledForm().Code.size(), 0u) << "the cycles ran compiled";
+        const long before = gAllocations;
+        for (int cycle = 0; cycle < 20; ++cycle) ASSERT_EQ(object.Execute(&host), 0u) << text;
+        EXPECT_EQ(gAllocations, before) << text;
+    }
+}
+
 }  // namespace
