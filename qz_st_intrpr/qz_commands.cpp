@@ -2,7 +2,7 @@
 #include "qz_st_intrpr_execute.h"
 
 const CQZ_STInterpretator_Execute::Handler CQZ_STInterpretator_Execute::kHandlers[ttRET - ttCAL + 1] = {
-#define QZ_HANDLER_ROW(name, code, handler) &CQZ_STInterpretator_Execute::handler,
+#define QZ_HANDLER_ROW(name, code, handler, ...) &CQZ_STInterpretator_Execute::handler,
     QZ_INSTRUCTIONS(QZ_HANDLER_ROW)
 #undef QZ_HANDLER_ROW
 };

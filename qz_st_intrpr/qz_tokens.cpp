@@ -5,7 +5,7 @@
 
 QZ_Token TokensTable[kKeywordCount] = {
 #define QZ_TOKEN_ROW2(name, code) {code, #name},
-#define QZ_TOKEN_ROW3(name, code, extra) {code, #name},
+#define QZ_TOKEN_ROW3(name, code, ...) {code, #name},
 #define QZ_TOKEN_SECTION(name, code, text) {code, text},
     QZ_SECTION_KEYWORDS(QZ_TOKEN_SECTION) QZ_DECLARATION_KINDS(QZ_TOKEN_ROW2) QZ_TYPES(QZ_TOKEN_ROW3)
         QZ_INSTRUCTIONS(QZ_TOKEN_ROW3) QZ_OPERAND_KEYWORDS(QZ_TOKEN_ROW2)
@@ -13,6 +13,16 @@ QZ_Token TokensTable[kKeywordCount] = {
 #undef QZ_TOKEN_ROW3
 #undef QZ_TOKEN_SECTION
 };
+
+const QZ_InstructionInfo kInstructionInfo[kInstructionCount] = {
+#define QZ_INFO_ROW(name, code, handler, operands, description) {#name, code, operands, description},
+    QZ_INSTRUCTIONS(QZ_INFO_ROW)
+#undef QZ_INFO_ROW
+};
+
+const QZ_InstructionInfo* InstructionInfoOf(uint8_t code) {
+    return IsInstructionCode(code) ? &kInstructionInfo[code - ttCAL] : nullptr;
+}
 
 char* _qzcscpy(char* dest, unsigned long n, const char* src) { return std::strncpy(dest, src, n); }
 
@@ -39,7 +49,7 @@ struct PackedKeyword {
 
 constexpr PackedKeyword kPackedKeywords[kKeywordCount] = {
 #define QZ_PACKED_ROW2(name, code) {PackKeyword(#name), code},
-#define QZ_PACKED_ROW3(name, code, extra) {PackKeyword(#name), code},
+#define QZ_PACKED_ROW3(name, code, ...) {PackKeyword(#name), code},
 #define QZ_PACKED_SECTION(name, code, text) {PackKeyword(text), code},
     QZ_SECTION_KEYWORDS(QZ_PACKED_SECTION) QZ_DECLARATION_KINDS(QZ_PACKED_ROW2) QZ_TYPES(QZ_PACKED_ROW3)
         QZ_INSTRUCTIONS(QZ_PACKED_ROW3) QZ_OPERAND_KEYWORDS(QZ_PACKED_ROW2)

@@ -25,18 +25,44 @@
     X(DINT, 0x25, 6) X(UDINT, 0x26, 7) X(REAL, 0x27, 10) X(LREAL, 0x28, 11) X(STRING, 0x29, 0) \
     X(ARRAY, 0x2a, 0)
 
-// X(name, code, handler): the handler is the machine member that runs it.
-#define QZ_INSTRUCTIONS(X)                                                                         \
-    X(CAL, 0x31, DoCallCommand) X(EXEC, 0x32, DoExec) X(JMP, 0x33, DoJump) X(JMPF, 0x34, DoJump)   \
-    X(JMPT, 0x35, DoJump) X(MOV, 0x36, DoMOVCommand) X(MOVA, 0x37, DoMOVA)                        \
-    X(ADD, 0x38, DoArithmetic) X(SUB, 0x39, DoArithmetic) X(MUL, 0x3a, DoArithmetic)              \
-    X(DIV, 0x3b, DoArithmetic) X(MOD, 0x3c, DoArithmetic) X(NE, 0x3d, DoCompare)                  \
-    X(EQ, 0x3e, DoCompare) X(GT, 0x3f, DoCompare) X(GE, 0x40, DoCompare) X(LT, 0x41, DoCompare)   \
-    X(LE, 0x42, DoCompare) X(TST, 0x43, DoTest) X(OR, 0x44, DoBoolean) X(XOR, 0x45, DoBoolean)    \
-    X(AND, 0x46, DoBoolean) X(NOT, 0x47, DoNot) X(BOR, 0x48, DoBits) X(BXOR, 0x49, DoBits)        \
-    X(BAND, 0x4a, DoBits) X(BNOT, 0x4b, DoBitNot) X(NG, 0x4c, DoNegate) X(SHL, 0x4d, DoShift)     \
-    X(SHR, 0x4e, DoShift) X(ROL, 0x4f, DoShift) X(ROR, 0x50, DoShift) X(POW, 0x51, DoPowCommand) \
-    X(RET, 0x52, DoRetCommand)
+// X(name, code, handler, operands, description): the handler is the machine
+// member that runs it; the operands and the one-line description are what
+// help texts, hover and the manual show.
+#define QZ_INSTRUCTIONS(X)  \
+    X(CAL, 0x31, DoCallCommand, "LABEL", "calls the subprogram declared at LABEL; its RET returns after the CAL") \
+    X(EXEC, 0x32, DoExec, "NAME", "runs the built-in function NAME on arguments pushed on the value stack; result in A0") \
+    X(JMP, 0x33, DoJump, "LABEL", "continues after LABEL") \
+    X(JMPF, 0x34, DoJump, "LABEL", "continues after LABEL when the test flag is clear (0)") \
+    X(JMPT, 0x35, DoJump, "LABEL", "continues after LABEL when the test flag is set (1)") \
+    X(MOV, 0x36, DoMOVCommand, "SOURCE DESTINATION", "DESTINATION := SOURCE, narrowed to the type of a variable destination") \
+    X(MOVA, 0x37, DoMOVA, "SOURCE DESTINATION", "DESTINATION := reference to the variable SOURCE (or the reference SOURCE holds)") \
+    X(ADD, 0x38, DoArithmetic, "SOURCE REGISTER", "REGISTER := SOURCE + REGISTER (DINT, or LREAL with a real operand)") \
+    X(SUB, 0x39, DoArithmetic, "SOURCE REGISTER", "REGISTER := SOURCE - REGISTER (source first: SUB @A R0 is A - R0)") \
+    X(MUL, 0x3a, DoArithmetic, "SOURCE REGISTER", "REGISTER := SOURCE * REGISTER (DINT, or LREAL with a real operand)") \
+    X(DIV, 0x3b, DoArithmetic, "SOURCE REGISTER", "REGISTER := SOURCE / REGISTER (source first: DIV @A R0 is A / R0)") \
+    X(MOD, 0x3c, DoArithmetic, "SOURCE REGISTER", "REGISTER := SOURCE MOD REGISTER (integers only; sign of SOURCE)") \
+    X(NE, 0x3d, DoCompare, "SOURCE REGISTER", "REGISTER := SOURCE <> REGISTER, as BOOL") \
+    X(EQ, 0x3e, DoCompare, "SOURCE REGISTER", "REGISTER := SOURCE = REGISTER, as BOOL") \
+    X(GT, 0x3f, DoCompare, "SOURCE REGISTER", "REGISTER := SOURCE > REGISTER, as BOOL (source first)") \
+    X(GE, 0x40, DoCompare, "SOURCE REGISTER", "REGISTER := SOURCE >= REGISTER, as BOOL (source first)") \
+    X(LT, 0x41, DoCompare, "SOURCE REGISTER", "REGISTER := SOURCE < REGISTER, as BOOL (source first)") \
+    X(LE, 0x42, DoCompare, "SOURCE REGISTER", "REGISTER := SOURCE <= REGISTER, as BOOL (source first)") \
+    X(TST, 0x43, DoTest, "REGISTER", "test flag := 1 when REGISTER is not 0, else 0") \
+    X(OR, 0x44, DoBoolean, "SOURCE REGISTER", "REGISTER := SOURCE OR REGISTER, both BOOL") \
+    X(XOR, 0x45, DoBoolean, "SOURCE REGISTER", "REGISTER := SOURCE XOR REGISTER, both BOOL") \
+    X(AND, 0x46, DoBoolean, "SOURCE REGISTER", "REGISTER := SOURCE AND REGISTER, both BOOL") \
+    X(NOT, 0x47, DoNot, "REGISTER", "REGISTER := NOT REGISTER (a BOOL)") \
+    X(BOR, 0x48, DoBits, "SOURCE REGISTER", "REGISTER := SOURCE BOR REGISTER, bit by bit on integers") \
+    X(BXOR, 0x49, DoBits, "SOURCE REGISTER", "REGISTER := SOURCE BXOR REGISTER, bit by bit on integers") \
+    X(BAND, 0x4a, DoBits, "SOURCE REGISTER", "REGISTER := SOURCE BAND REGISTER, bit by bit on integers") \
+    X(BNOT, 0x4b, DoBitNot, "REGISTER", "REGISTER := bitwise complement of REGISTER (an integer)") \
+    X(NG, 0x4c, DoNegate, "REGISTER", "REGISTER := -REGISTER, type unchanged") \
+    X(SHL, 0x4d, DoShift, "SOURCE REGISTER", "REGISTER := SOURCE shifted left by REGISTER bits") \
+    X(SHR, 0x4e, DoShift, "SOURCE REGISTER", "REGISTER := SOURCE shifted right by REGISTER bits (arithmetic when signed)") \
+    X(ROL, 0x4f, DoShift, "SOURCE REGISTER", "REGISTER := SOURCE rotated left by REGISTER bits") \
+    X(ROR, 0x50, DoShift, "SOURCE REGISTER", "REGISTER := SOURCE rotated right by REGISTER bits") \
+    X(POW, 0x51, DoPowCommand, "SOURCE REGISTER", "REGISTER := SOURCE to the power REGISTER, as LREAL") \
+    X(RET, 0x52, DoRetCommand, "", "ends the body: the cycle in MAIN, the subprogram otherwise")
 
 #define QZ_OPERAND_KEYWORDS(X) \
     X(A0, 0x81) X(R0, 0x82) X(R1, 0x83) X(NIL, 0x84) X(PUSH, 0x91) X(POP, 0x92) X(TICK, 0xa1)
@@ -50,7 +76,7 @@ enum QZTokenCode : uint8_t {
     ttVAR = 5,     // '@name'
     ttREF = 6,     // '^name'
 #define QZ_TOKEN_ENUM2(name, code) tt##name = code,
-#define QZ_TOKEN_ENUM3(name, code, extra) tt##name = code,
+#define QZ_TOKEN_ENUM3(name, code, ...) tt##name = code,
     QZ_SECTION_KEYWORDS(QZ_TOKEN_ENUM3) QZ_DECLARATION_KINDS(QZ_TOKEN_ENUM2) QZ_TYPES(QZ_TOKEN_ENUM3)
         QZ_INSTRUCTIONS(QZ_TOKEN_ENUM3) QZ_OPERAND_KEYWORDS(QZ_TOKEN_ENUM2)
 #undef QZ_TOKEN_ENUM2
@@ -74,6 +100,19 @@ extern "C++" QZ_EXPORT QZ_Token TokensTable[kKeywordCount];
 // strncpy / strncat with the historic exported names.
 QZ_EXPORT char* _qzcscpy(char* dest, unsigned long n, const char* src);
 QZ_EXPORT char* _qzcscat(char* dest, unsigned long n, const char* src);
+
+// One instruction as help texts show it: the keyword, its operands and what
+// it does, from the instruction list above.
+struct QZ_InstructionInfo {
+    const char* Name;
+    uint8_t Code;
+    const char* Operands;
+    const char* Description;
+};
+constexpr int kInstructionCount = ttRET - ttCAL + 1;
+extern const QZ_InstructionInfo kInstructionInfo[kInstructionCount];
+// The entry of an instruction code, or null for any other code.
+const QZ_InstructionInfo* InstructionInfoOf(uint8_t code);
 
 // The keyword code of `text` (exact, case-sensitive), or ttNONE.
 uint8_t FindKeyword(const char* text);
