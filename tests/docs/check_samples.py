@@ -19,6 +19,10 @@ rendered page does not see:
                                          saved files (or D, from the project
                                          root); the other lines are its output
                                          (stdout, then stderr)
+  <!-- sample: body [NAME=TYPE...] -->   instructions of a MAIN body: run once
+                                         inside a program that declares every
+                                         @NAME and ^NAME as VG, of TYPE where
+                                         given, else LREAL; must run clean
   <!-- sample: fragment [why] -->        part of a program: not run, counted
 
 A block tagged with another language (cpp, cmake, sh, csv ...) is host or
@@ -131,6 +135,8 @@ class Checker:
                     self.count("files for commands")
                 elif kind == "command":
                     self.run_command(block, rest, work)
+                elif kind == "body":
+                    self.run_body(block, rest, work)
                 elif kind == "fragment":
                     self.count("fragments")
                 else:
@@ -145,6 +151,20 @@ class Checker:
             out.write(block.text)
         self.count("programs run")
         return run(self.qzrun, args + [os.path.basename(program)], work)
+
+    def run_body(self, block, rest, work):
+        types = dict(word.split("=", 1) for word in rest.split())
+        code = re.sub(r"\(\*.*?\*\)", " ", block.text, flags=re.S)
+        names = []
+        for name in re.findall(r"[@^]([A-Za-z][A-Za-z0-9_]*)", code):
+            if name.upper() not in (n.upper() for n in names):
+                names.append(name)
+        declarations = "".join(f"    {n} VG {types.get(n, 'LREAL')} 0\n" for n in names)
+        program = os.path.join(work, f"body_{block.line}.qz")
+        with open(program, "w", encoding="utf-8") as out:
+            out.write(f"PROG BODY_SAMPLE\nVAR\n{declarations}MAIN\n{block.text}RET\n")
+        self.count("bodies run")
+        self.expect_exit_only(block, "", run(self.qzrun, [os.path.basename(program)], work))
 
     def expect_exit_only(self, block, rest, result):
         _, opts = options(rest)
@@ -194,7 +214,7 @@ def main(argv):
         print(f"FAIL {failure}\n", file=sys.stderr)
     summary = ", ".join(f"{n} {kind}" for kind, n in sorted(checker.counts.items()))
     print(f"samples: {summary}")
-    ran = checker.counts.get("programs run", 0) + checker.counts.get("commands run", 0)
+    ran = sum(checker.counts.get(k, 0) for k in ("programs run", "commands run", "bodies run"))
     print(f"{ran} samples run, {len(checker.failures)} problems")
     return 1 if checker.failures else 0
 
