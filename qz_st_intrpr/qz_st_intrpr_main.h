@@ -27,7 +27,14 @@ public:
     void Destroy() override;
     Qz::uint32_t Execute(qz_st_interpretator::IQZExecuteInterface* exec) override;
 
+    // True while the last InitInterpretator loaded its program without failure.
+    bool HasProgram() const { return ProgramLoaded; }
+    // The declared name (the program's bytes) behind a name the cycle hands
+    // to the host's callbacks, or null for any other string.
+    const char* HostName(const QString& name) const;
+
 private:
+    bool ProgramLoaded = false;
     template <typename Body>
     static Qz::uint32_t Guarded(Body body);
     Qz::uint32_t Load(std::string text);
@@ -62,5 +69,10 @@ private:
     std::vector<HostEntry> InputEntries;   // VI
     std::vector<HostEntry> OutputEntries;  // VO
 };
+
+// The object behind the interface pointer Create() returned.
+inline CQZ_STInterpretator* ObjectOf(qz_st_interpretator::IQZSTInterpretator* object) {
+    return static_cast<CQZ_STInterpretator*>(object);
+}
 
 #endif
