@@ -196,6 +196,13 @@ typedef struct qz_machine {
     size_t call_depth;  /* pending calls */
 } qz_machine;
 QZ_API int qz_get_machine(qz_state* Q, qz_machine* machine);
+/* The top `capacity` values of the value stack (all when fewer), top last;
+ * `*count` is how many were copied. */
+typedef struct qz_stack_value {
+    double value;
+    int type;
+} qz_stack_value;
+QZ_API int qz_get_stack(qz_state* Q, qz_stack_value* values, size_t capacity, size_t* count);
 /* Text offsets of the CAL of pending call `index` (0 the outermost) and of
  * the label it called. */
 QZ_API int qz_get_call(qz_state* Q, size_t index, int32_t* call_offset, int32_t* label_offset);

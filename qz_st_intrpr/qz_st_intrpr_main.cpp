@@ -24,7 +24,7 @@ namespace {
 CQZ_STInterpretator* Object(IQZSTInterpretator* object) { return ObjectOf(object); }
 }  // namespace
 
-const char* CQZ_STInterpretator::HostName(const QString& name) const {
+const Var* CQZ_STInterpretator::HostDeclaration(const QString& name) const {
     // The names the cycle hands to the host are the entries' own QStrings,
     // so the reference tells which declaration it is.
     for (const std::vector<HostEntry>* entries : {&InputEntries, &OutputEntries}) {
@@ -35,7 +35,7 @@ const char* CQZ_STInterpretator::HostName(const QString& name) const {
         if (!before(&first->Name, &name) || !before(&name, &last->Name)) continue;
         const size_t index = size_t(reinterpret_cast<const char*>(&name) - reinterpret_cast<const char*>(&first->Name)) /
                              sizeof(HostEntry);
-        if (&(*entries)[index].Name == &name) return (*entries)[index].Declared->VarName;
+        if (&(*entries)[index].Name == &name) return (*entries)[index].Declared;
     }
     return nullptr;
 }

@@ -29,9 +29,10 @@ public:
 
     // True while the last InitInterpretator loaded its program without failure.
     bool HasProgram() const { return ProgramLoaded; }
-    // The declared name (the program's bytes) behind a name the cycle hands
-    // to the host's callbacks, or null for any other string.
-    const char* HostName(const QString& name) const;
+    // The declaration behind a name the cycle hands to the host's
+    // callbacks (its VarName holds the program's own bytes), or null for
+    // any other string.
+    const Var* HostDeclaration(const QString& name) const;
 
 private:
     bool ProgramLoaded = false;
