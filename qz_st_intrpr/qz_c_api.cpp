@@ -75,6 +75,9 @@ int Load(qz_state& Q, const char* text, size_t length, bool blank) {
     Q.CommentFailed = blank && !QZ_BlankComments(flat, commentAt);
     Q.Source.swap(source);
     if (Q.CommentFailed) {
+        // A load that fails replaces the program, whatever stopped it: the
+        // handle must not go on running the one loaded before.
+        Q.Object->InitInterpretator(std::string());
         Q.CommentOffset = commentAt;
         Q.Flat.clear();
         Q.LastCode = QZ_rcUnclosedComment;
@@ -367,5 +370,11 @@ int qz_get_stack(qz_state* Q, qz_stack_value* values, size_t capacity, size_t* c
 int qz_get_call(qz_state* Q, size_t index, int32_t* call_offset, int32_t* label_offset) {
     return Guarded(Q, [&](qz_state& s) { return QZGetCall(s.Object, index, call_offset, label_offset); });
 }
+
+// ---- qz_check ----
+// The checker's entry point goes here: qz_check(text, length, diagnostic,
+// context) over QZCheckProgram (qz_st_check.h), declared in qz_c.h's
+// "Checking without running" section and bound in python/qzst/_native.py's
+// bind_check().
 
 }  // extern "C"

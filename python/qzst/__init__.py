@@ -113,6 +113,8 @@ class Program:
     blanked first) unless `source` is False. `budget`, `max_stack`,
     `max_depth` and `max_memory` bound a cycle (0: no bound)."""
 
+    _handle = None  # so that close() works on a Program whose creation failed
+
     def __init__(self, text, path=None, source=True, budget=10_000_000, max_stack=1_000_000,
                  max_depth=10_000, max_memory=None):
         self._handle = _lib.qz_new()

@@ -125,6 +125,7 @@ TEST_F(CInterface, SourceWithCommentsAndWhereAFailureStands) {
 }
 
 TEST_F(CInterface, UnclosedCommentAndEndOfText) {
+    ASSERT_EQ(c.qz_load(Q, kDivider.data(), kDivider.size()), QZ_rcOK);
     const std::string open = "PROG P\nVAR X VO DINT 0\n  (* never closed\nMAIN RET\n";
     EXPECT_EQ(c.qz_load_source(Q, open.data(), open.size()), QZ_rcUnclosedComment);
     qz_location where{};
@@ -132,6 +133,7 @@ TEST_F(CInterface, UnclosedCommentAndEndOfText) {
     EXPECT_EQ(where.line, 3);
     EXPECT_EQ(where.column, 3);
     EXPECT_EQ(where.offset, open.find("(*"));
+    EXPECT_EQ(c.qz_run(Q, nullptr, nullptr, nullptr), QZ_rcNoLabelToken) << "no program runs after it";
 
     const std::string noRet = "PROG P\nVAR X VO DINT 0\nMAIN\n  MOV 1 @X\n\n";
     EXPECT_EQ(c.qz_load_source(Q, noRet.data(), noRet.size()), QZ_rcEndOfText);
