@@ -46,6 +46,8 @@ install(FILES
     ${PROJECT_SOURCE_DIR}/include/qz_st_interpretator.h
     ${PROJECT_SOURCE_DIR}/include/qz_st_interface.h
     ${PROJECT_SOURCE_DIR}/include/qz_st_result_codes.h
+    ${PROJECT_SOURCE_DIR}/include/qz_st_variables.h
+    ${PROJECT_SOURCE_DIR}/include/qz_c.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qz_st_intrpr COMPONENT dev)
 install(EXPORT QzStIntrprTargets
   NAMESPACE QzStIntrpr::
