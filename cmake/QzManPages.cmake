@@ -10,7 +10,9 @@ endif()
 
 # qz_man_page(TARGET "one-line description"): TARGET.1.gz into man1.
 function(qz_man_page target description)
-  if(NOT QZ_HELP2MAN OR NOT QZ_GZIP)
+  # Sanitizer builds are for running tests, not for installing, and a
+  # sanitizer's report would end up in the page.
+  if(NOT QZ_HELP2MAN OR NOT QZ_GZIP OR QZ_SANITIZE OR QZ_TSAN)
     return()
   endif()
   set(dir ${PROJECT_BINARY_DIR}/man)
