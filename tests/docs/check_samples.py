@@ -211,7 +211,7 @@ def main(argv):
     for path in argv[3:]:
         checker.check_file(path)
     for failure in checker.failures:
-        print(f"FAIL {failure}\n", file=sys.stderr)
+        print(f"FAIL {failure}\n")
     summary = ", ".join(f"{n} {kind}" for kind, n in sorted(checker.counts.items()))
     print(f"samples: {summary}")
     ran = sum(checker.counts.get(k, 0) for k in ("programs run", "commands run", "bodies run"))
