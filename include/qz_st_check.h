@@ -46,6 +46,11 @@ typedef void (*QZDiagnosticFunction)(void* context, const QZDiagnostic* diagnost
 QZ_CHECK_EXPORT uint32_t QZCheckProgram(const char* text, size_t length, QZDiagnosticFunction report,
                                         void* context);
 
+/* The warnings the checker knows: the identifier of the `index`-th (from 0)
+ * and, through `meaning` when not null, its one-line meaning; null past the
+ * last. The strings live as long as the library is loaded. */
+QZ_CHECK_EXPORT const char* QZCheckWarning(size_t index, const char** meaning);
+
 #ifdef __cplusplus
 }
 #endif

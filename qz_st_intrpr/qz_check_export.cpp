@@ -47,3 +47,10 @@ uint32_t QZCheckProgram(const char* text, size_t length, QZDiagnosticFunction re
         return Qz::rcInternalFailure;
     }
 }
+
+const char* QZCheckWarning(size_t index, const char** meaning) {
+    const std::vector<qz::check::WarningInfo>& warnings = qz::check::Warnings();
+    if (index >= warnings.size()) return nullptr;
+    if (meaning) *meaning = warnings[index].Meaning;
+    return warnings[index].Id;
+}

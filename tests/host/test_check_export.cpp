@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <dlfcn.h>
 #include <string>
 #include <vector>
@@ -76,6 +77,20 @@ TEST_F(CheckExport, NullArguments) {
     ASSERT_EQ(seen.size(), 1u);
     EXPECT_EQ(seen[0].Code, 19u);  // the empty text
     EXPECT_EQ(Check("PROG P MAIN mov RET", 19, nullptr, nullptr), 0u);
+}
+
+TEST_F(CheckExport, WarningTableIsListed) {
+    auto warning = reinterpret_cast<decltype(&QZCheckWarning)>(dlsym(Handle, "QZCheckWarning"));
+    ASSERT_NE(warning, nullptr);
+    std::vector<std::string> ids;
+    const char* meaning = nullptr;
+    for (size_t i = 0; const char* id = warning(i, &meaning); ++i) {
+        ids.push_back(id);
+        EXPECT_NE(std::string(meaning), "");
+    }
+    EXPECT_EQ(ids.size(), 14u);
+    EXPECT_NE(std::find(ids.begin(), ids.end(), "stack-growth"), ids.end());
+    EXPECT_EQ(warning(ids.size(), nullptr), nullptr);
 }
 
 }  // namespace

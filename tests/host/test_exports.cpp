@@ -34,6 +34,7 @@ TEST(Exports, ExactlyTheHostInterface) {
         "QZSetCallDepthLimit",
         "QZSetMemoryLimit",
         "QZCheckProgram",
+        "QZCheckWarning",
         "_Z8_qzcscpyPcmPKc",
         "_Z8_qzcscatPcmPKc",
         "_ZN18QZBuildInFunctions17DoBildInFunctionsEP29CQZ_STInterpretator_InterfaceR7QString",
