@@ -68,6 +68,8 @@ TEST(Exports, ExactlyTheHostInterface) {
         "qz_get_machine",
         "qz_get_stack",
         "qz_get_call",
+        "QZCheckProgram",
+        "QZCheckWarning",
         "_Z8_qzcscpyPcmPKc",
         "_Z8_qzcscatPcmPKc",
         "_ZN18QZBuildInFunctions17DoBildInFunctionsEP29CQZ_STInterpretator_InterfaceR7QString",
