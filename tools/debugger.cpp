@@ -228,7 +228,7 @@ bool Debugger::Execute(const std::string& line) {
     else if (command == "stack") { PrintStack(); return true; }
     else if (command == "where") { PrintWhere(); return true; }
     else if (command == "help") { std::fputs(kCommandHelp, stdout); return true; }
-    else return Fail("unknown command '" + command + "' (commands: " + std::string(kCommandHelp, std::strlen(kCommandHelp) - 1) + ")");
+    else return Fail("unknown command '" + command + "' ('help' lists the commands)");
     return false;
 }
 

@@ -75,7 +75,7 @@ std::pair<std::string, double> ParseAssignment(const std::string& option, const 
 Force ParseForce(const std::string& text) {
     std::string range;
     const auto [name, value] = ParseAssignment("--force", text, &range);
-    Force force{name, value, 1, 0};
+    Force force{name, value, 1, 0, text};
     if (text.find('@') == std::string::npos) return force;
     const size_t dash = range.find('-');
     force.From = (long long)ParseCount("--force " + text + ": FROM", range.substr(0, dash), 1'000'000'000'000ull);

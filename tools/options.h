@@ -28,6 +28,7 @@ struct Force {
     double Value = 0.0;
     long long From = 1;
     long long To = 0;
+    std::string Text;  // as given, for messages
 
     bool Covers(long long cycle) const { return cycle >= From && (To == 0 || cycle <= To); }
 };

@@ -130,9 +130,10 @@ int Bench::ResolveVariables() {
         std::fprintf(stderr, "qzrun: error: cannot list the program's variables (result code %u)\n", code);
         return kExitUsage;
     }
-    std::vector<std::string> watch = Options_.Watch;
-    for (const std::string& name : Expected_.Variables()) watch.push_back(name);
-    for (const std::string& name : watch) {
+    std::vector<std::pair<std::string, std::string>> watch;  // name, and where it was asked for
+    for (const std::string& name : Options_.Watch) watch.emplace_back(name, "--watch " + name);
+    for (const std::string& name : Expected_.Variables()) watch.emplace_back(name, Expected_.Path + ": column @" + name);
+    for (const auto& [name, origin] : watch) {
         if (SameName(name, "all")) {
             // The outputs have their columns already.
             for (const VariableInfo& info : Variables_.All())
@@ -141,7 +142,7 @@ int Bench::ResolveVariables() {
         }
         const VariableInfo* info = Variables_.Find(name);
         if (!info) {
-            std::fprintf(stderr, "qzrun: error: --watch %s: the program has no variable '%s'\n", name.c_str(),
+            std::fprintf(stderr, "qzrun: error: %s: the program has no variable '%s'\n", origin.c_str(),
                          name.c_str());
             return kExitUsage;
         }
@@ -150,7 +151,7 @@ int Bench::ResolveVariables() {
     for (const Force& force : Options_.Forces) {
         const VariableInfo* info = Variables_.Find(force.Name);
         if (!info) {
-            std::fprintf(stderr, "qzrun: error: --force %s: the program has no variable '%s'\n", force.Name.c_str(),
+            std::fprintf(stderr, "qzrun: error: --force %s: the program has no variable '%s'\n", force.Text.c_str(),
                          force.Name.c_str());
             return kExitUsage;
         }

@@ -31,10 +31,10 @@ def browser():
 
 
 def main():
-    qzrun, workdir = sys.argv[1], sys.argv[2]
+    qzrun, workdir = os.path.abspath(sys.argv[1]), sys.argv[2]
     own = sys.argv[3:sys.argv.index("--")]
     args = sys.argv[sys.argv.index("--") + 1:]
-    screenshot = own[own.index("--screenshot") + 1] if "--screenshot" in own else None
+    screenshot = os.path.abspath(own[own.index("--screenshot") + 1]) if "--screenshot" in own else None
     with tempfile.TemporaryDirectory() as tmp:
         page = os.path.join(tmp, "run.html")
         table = subprocess.run([qzrun, *args, "--csv", "--html", page], cwd=workdir, check=True,

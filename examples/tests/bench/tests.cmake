@@ -72,3 +72,89 @@ qz_runner_test(qzrun_html_needs_chart_library
   -DEXPECT_EXIT=2 -DEXPECT_EMPTY_STDOUT=1
   "-DEXPECT_STDERR=^qzrun: error: --html needs Chart.js: cannot read '/nonexistent/chart.min.js': No such file or directory \\(install the Debian package libjs-chart.js\\)\n$")
 set_tests_properties(qzrun_html_needs_chart_library PROPERTIES ENVIRONMENT QZRUN_CHART_JS=/nonexistent/chart.min.js)
+qz_runner_test(qzrun_expect_unknown_variable
+  ARGS "part_counter.qz|--inputs|part_counter.inputs.csv|--expect|tests/bench/part_counter.unknown_variable.csv"
+  -DEXPECT_EXIT=2 -DEXPECT_EMPTY_STDOUT=1
+  "-DEXPECT_STDERR=^qzrun: error: tests/bench/part_counter.unknown_variable.csv: column @LAST_SENSR: the program has no variable 'LAST_SENSR'\n$")
+# An @NAME column watches the variable for the comparison.
+qz_runner_test(qzrun_expect_watched_variable
+  ARGS "part_counter.qz|--inputs|part_counter.inputs.csv|--cycles|6|--expect|tests/bench/part_counter.watched.csv"
+  -DEXPECT_EXIT=1 -DEXPECT_EMPTY_STDOUT=1
+  "-DEXPECT_STDERR=^tests/bench/part_counter.watched.csv:5: error: cycle 4, column @LAST_SENSOR: expected 0, got 1 \\(not written in this cycle\\)\npart_counter.qz:44:5: note: LAST_SENSOR was last written here, in cycle 4\n")
+
+# ---- --watch ----
+qz_runner_test(qzrun_watch_columns
+  ARGS "part_counter.qz|--inputs|part_counter.inputs.csv|--watch|LAST_SENSOR,PRESET|--cycles|6"
+  -DEXPECT_STDOUT=${bench_dir}/part_counter.watch.expected.txt -DEXPECT_EMPTY_STDERR=1)
+qz_runner_test(qzrun_watch_all
+  ARGS "traffic_light.qz|--sim-time|250|--inputs|traffic_light.inputs.csv|--cycles|4|--watch|all|--csv"
+  -DEXPECT_STDOUT=${bench_dir}/traffic_light.watch_all.expected.csv -DEXPECT_EMPTY_STDERR=1)
+qz_runner_test(qzrun_watch_unknown_variable
+  ARGS "part_counter.qz|--watch|PRESET,NOPE"
+  -DEXPECT_EXIT=2 -DEXPECT_EMPTY_STDOUT=1
+  "-DEXPECT_STDERR=^qzrun: error: --watch NOPE: the program has no variable 'NOPE'\n$")
+
+# ---- --force ----
+# OVERLOAD held at 1 in cycles 5 to 7 whatever the inputs file says: the
+# motor drops out and the fault lamp lights; the input gets a column.
+qz_runner_test(qzrun_force_input_for_some_cycles
+  ARGS "motor_latch.qz|--inputs|motor_latch.inputs.csv|--force|OVERLOAD=1@5-7"
+  -DEXPECT_STDOUT=${bench_dir}/motor_latch.force_input.expected.txt -DEXPECT_EMPTY_STDERR=1)
+# MOTOR held at 1 through the STOP in cycle 5: the program's seal-in reads the
+# forced value and keeps the motor on after the force ends, until the overload.
+qz_runner_test(qzrun_force_output
+  ARGS "motor_latch.qz|--inputs|motor_latch.inputs.csv|--force|MOTOR=1@5-6|--cycles|9"
+  -DEXPECT_STDOUT=${bench_dir}/motor_latch.force_output.expected.txt -DEXPECT_EMPTY_STDERR=1)
+# PRESET, a V variable reset every cycle, held at 2: the box is full at two.
+qz_runner_test(qzrun_force_internal_variable
+  ARGS "part_counter.qz|--inputs|part_counter.inputs.csv|--force|PRESET=2|--cycles|6"
+  -DEXPECT_STDOUT=${bench_dir}/part_counter.force_internal.expected.txt -DEXPECT_EMPTY_STDERR=1)
+qz_runner_test(qzrun_force_unknown_variable
+  ARGS "part_counter.qz|--force|PRESETT=2"
+  -DEXPECT_EXIT=2 -DEXPECT_EMPTY_STDOUT=1
+  "-DEXPECT_STDERR=^qzrun: error: --force PRESETT=2: the program has no variable 'PRESETT'\n$")
+qz_runner_test(qzrun_force_bad_range
+  ARGS "part_counter.qz|--force|PRESET=2@5-3"
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: error: --force PRESET=2@5-3: the range ends before it starts\n")
+qz_runner_test(qzrun_force_bad_value
+  ARGS "part_counter.qz|--force|PRESET=two"
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: error: --force PRESET=two: 'two' is not a number\n")
+
+# ---- --debug ----
+# Scripted sessions: breakpoints by label and line, step, next over a CAL,
+# step into it, cycle, continue, print, set, stack, where, delete, quit.
+qz_runner_test(qzrun_debug_breakpoints_and_steps
+  ARGS "part_counter.qz|--inputs|part_counter.inputs.csv|--cycles|4|--debug"
+  -DINPUT_FILE=${bench_dir}/part_counter.debug.txt
+  -DEXPECT_STDOUT=${bench_dir}/part_counter.debug.expected.txt -DEXPECT_EMPTY_STDERR=1)
+qz_runner_test(qzrun_debug_calls_and_stack
+  ARGS "analog_scaling.qz|--inputs|analog_scaling.inputs.csv|--debug"
+  -DINPUT_FILE=${bench_dir}/analog_scaling.debug.txt
+  -DEXPECT_STDOUT=${bench_dir}/analog_scaling.debug.expected.txt -DEXPECT_EMPTY_STDERR=1)
+qz_runner_test(qzrun_debug_with_sim_time
+  ARGS "traffic_light.qz|--inputs|traffic_light.inputs.csv|--sim-time|250|--cycles|3|--debug"
+  -DINPUT_FILE=${bench_dir}/traffic_light.debug.txt
+  -DEXPECT_STDOUT=${bench_dir}/traffic_light.debug.expected.txt -DEXPECT_EMPTY_STDERR=1)
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/break_28.txt "break 28\ncontinue\n")
+qz_runner_test(qzrun_debug_breakpoint_on_line_without_instruction
+  ARGS "part_counter.qz|--inputs|part_counter.inputs.csv|--debug"
+  -DINPUT_FILE=${CMAKE_CURRENT_BINARY_DIR}/break_28.txt
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: debug: error: line 28 of part_counter.qz has no instruction\n$")
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/break_label.txt "break NOWHERE\n")
+qz_runner_test(qzrun_debug_unknown_label
+  ARGS "part_counter.qz|--inputs|part_counter.inputs.csv|--debug"
+  -DINPUT_FILE=${CMAKE_CURRENT_BINARY_DIR}/break_label.txt
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: debug: error: no label 'NOWHERE' before an instruction\n$")
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/unknown_command.txt "jump 3\n")
+qz_runner_test(qzrun_debug_unknown_command
+  ARGS "part_counter.qz|--inputs|part_counter.inputs.csv|--debug"
+  -DINPUT_FILE=${CMAKE_CURRENT_BINARY_DIR}/unknown_command.txt
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: debug: error: unknown command 'jump' \\('help' lists the commands\\)\n$")
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/print_local.txt "break 46\ncontinue\nprint @PT101\n")
+qz_runner_test(qzrun_debug_unknown_variable_in_subprogram
+  ARGS "analog_scaling.qz|--inputs|analog_scaling.inputs.csv|--debug"
+  -DINPUT_FILE=${CMAKE_CURRENT_BINARY_DIR}/print_local.txt
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: debug: error: no variable 'PT101' here \\(a subprogram sees only its own locals\\)\n$")
+qz_runner_test(qzrun_debug_takes_no_period
+  ARGS "part_counter.qz|--debug|--period|10"
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: error: --debug runs cycles when told to; it takes no --period\n")

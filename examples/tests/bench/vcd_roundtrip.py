@@ -65,7 +65,7 @@ def decode(value, kind, width, signed):
 
 
 def main():
-    qzrun, workdir, cycle_ms = sys.argv[1], sys.argv[2], int(sys.argv[3])
+    qzrun, workdir, cycle_ms = os.path.abspath(sys.argv[1]), sys.argv[2], int(sys.argv[3])
     args = sys.argv[sys.argv.index("--") + 1:]
     with tempfile.TemporaryDirectory() as tmp:
         vcd = os.path.join(tmp, "run.vcd")
