@@ -143,7 +143,7 @@ bool ExpectCheck::BindColumns(const Recording& recording) {
     return true;
 }
 
-bool ExpectCheck::CheckRow(const Recording& recording, size_t row) const {
+bool ExpectCheck::CheckRow(const Recording& recording, size_t row) {
     const long long cycle = (long long)row + 1;
     const auto found = std::lower_bound(Table_.Rows.begin(), Table_.Rows.end(), cycle,
                                         [](const ExpectedRow& r, long long c) { return r.Cycle < c; });
@@ -158,6 +158,7 @@ bool ExpectCheck::CheckRow(const Recording& recording, size_t row) const {
         const bool same = ParseValue(text, shown) && (shown == cell.Value || (std::isnan(shown) && std::isnan(cell.Value)));
         if (!same || (cell.Written && !actual.Written)) {
             ReportDifference(*found, c, signal, actual);
+            Differs_ = signal.Name;
             return false;
         }
     }
@@ -170,15 +171,18 @@ void ExpectCheck::ReportDifference(const ExpectedRow& expected, size_t column, c
     std::fprintf(stderr, "%s:%d: error: cycle %lld, column %s: expected %s, got %s%s\n", Table_.Path.c_str(),
                  expected.Line, expected.Cycle, Table_.Columns[column].c_str(), expected.Cells[column].Text.c_str(),
                  got.c_str(), actual.Written ? "" : " (not written in this cycle)");
-    const WriteSite* site = Writers_.Find(signal.Name);
+}
+
+void ExpectCheck::ReportWriter(const LastWriters& writers) const {
+    const WriteSite* site = writers.Find(Differs_);
     if (!site) {
         std::fprintf(stderr, "%s: note: no instruction has stored into %s by name so far in this run\n",
-                     Source_.Path().c_str(), signal.Name.c_str());
+                     Source_.Path().c_str(), Differs_.c_str());
         return;
     }
     const Location at = Source_.Locate(size_t(site->Start));
     std::fprintf(stderr, "%s:%d:%d: note: %s was last written here, in cycle %lld\n", Source_.Path().c_str(), at.Line,
-                 at.Column, signal.Name.c_str(), site->Cycle);
+                 at.Column, Differs_.c_str(), site->Cycle);
     PrintSnippet(Source_, size_t(site->Start), size_t(site->End - site->Start), stderr);
 }
 

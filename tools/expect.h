@@ -63,16 +63,18 @@ private:
 
 class ExpectCheck {
 public:
-    ExpectCheck(const ExpectedTable& table, const SourceText& source, const LastWriters& writers)
-        : Table_(table), Source_(source), Writers_(writers) {}
+    ExpectCheck(const ExpectedTable& table, const SourceText& source) : Table_(table), Source_(source) {}
 
     // Ties the file's columns to the run's signals once the first cycle has
     // shown the outputs; false (with a message printed) for a column that is
     // no signal of the run.
     bool BindColumns(const Recording& recording);
     // Compares row `row` (cycle row + 1); on the first difference prints it
-    // with the instruction that last wrote the column and returns false.
-    bool CheckRow(const Recording& recording, size_t row) const;
+    // and returns false.
+    bool CheckRow(const Recording& recording, size_t row);
+    // After a difference: the instruction that last stored into its column,
+    // as a run of the same cycles followed by `writers` saw it.
+    void ReportWriter(const LastWriters& writers) const;
     // After the run: false (with a message) when the file expects more cycles.
     bool CheckLength(size_t cyclesRun) const;
 
@@ -81,8 +83,8 @@ private:
 
     const ExpectedTable& Table_;
     const SourceText& Source_;
-    const LastWriters& Writers_;
     std::vector<size_t> SignalOfColumn_;
+    std::string Differs_;  // the variable whose column differed
 };
 
 // Writes `recording` as an expected table: the table's columns, '*' after

@@ -68,14 +68,15 @@ Test bench:
                      difference is reported with its cycle, column, expected
                      and actual value and the instruction that last wrote the
                      column; exit status 1. Without --cycles, as many cycles
-                     as FILE (or --inputs) has rows.
+                     as FILE (or --inputs) has rows. Nothing is printed when
+                     all agree; add --csv for the table too.
                        qzrun motor_latch.qz --inputs motor_latch.inputs.csv \
                              --expect motor_latch.expected.csv
   --update-expected  With --expect: write FILE from this run instead of
                      comparing (outputs and --watch columns, with marks).
   --watch NAME,...   Add a column for each named program variable, of any kind,
                      after the outputs; its header is @NAME. "all" watches every
-                     declared variable. Repeatable.
+                     declared variable but the outputs. Repeatable.
                        qzrun part_counter.qz --cycles 5 --watch LAST_SENSOR
   --force NAME=VALUE[@FROM[-TO]]
                      Hold an input, output or internal variable at VALUE, in
@@ -83,14 +84,15 @@ Test bench:
                      TO), as forcing on a controller: applied before the body
                      runs, after every instruction, and on the value the host
                      receives. A forced column shows '!' after its name; a
-                     forced variable that is no output gets a column. Repeatable.
+                     forced variable that is no output gets a column.
+                     Repeatable.
                        qzrun motor_latch.qz --cycles 6 --force GUARD_OPEN=1@3-4
 
 Waveforms:
   --vcd FILE         Write a Value Change Dump of the run (inputs, outputs,
                      watched variables) for a waveform viewer such as GTKWave.
-                     One time unit is one cycle: --sim-time or --period
-                     milliseconds when given, else 1 ms.
+                     A cycle lasts --sim-time or --period milliseconds (1 ms
+                     without either).
                        qzrun traffic_light.qz --sim-time 100 --cycles 600 \
                              --set NIGHT=0 --vcd light.vcd
   --html FILE        Write one self-contained page with a timing diagram of
@@ -107,15 +109,19 @@ Debugging:
                        next                       run to the next instruction of
                                                   the same body (over calls)
                        cycle                      run to the end of the cycle
-                       continue                   run to a breakpoint (or the end)
-                       print @NAME | print R0     show a variable or register
+                       continue                   run to a breakpoint or the end
+                       print @NAME | print R0     show a variable, a register
+                                                  (A0 R0 R1) or the test flag TF
                        set @NAME VALUE            change a variable
                        stack                      value stack and pending calls
                        where                      source line, caret under the
                                                   next instruction
-                       quit                       end the run
-                       printf 'break 24\ncontinue\nprint @COUNT\n' | \
-                         qzrun part_counter.qz --inputs part_counter.inputs.csv --debug
+                       quit                       end qzrun at once
+                     When standard input ends the run goes on to its end; a
+                     command that fails in a script ends qzrun with status 2.
+                       printf 'break EDGE\ncontinue\nprint @SENSOR\n' | \
+                         qzrun part_counter.qz --cycles 3 --debug \
+                               --inputs part_counter.inputs.csv
 
 Time:
   --sim-time MS      Simulated time: the clock that TICK reads advances by MS
@@ -144,8 +150,9 @@ is shown with a caret under the error; of a line longer than 200 characters
 only the 200 around the error are shown, with '...' where it is cut.
 
 Exit status: 0 when every cycle ran (or --check loaded the program), 1 when the
-program failed to load or a cycle failed, 2 for a bad command line, a file
-that cannot be read or is too large, or running out of memory.
+program failed to load, a cycle failed or --expect found a difference, 2 for a
+bad command line, a file that cannot be read or written or is too large, a
+name or column the program does not have, or running out of memory.
 )";
 
 }  // namespace qzrun

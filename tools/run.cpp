@@ -54,6 +54,9 @@ public:
         : Options_(options), Source_(source), Object_(object), Variables_(object), Writers_(source) {}
 
     int Run();
+    // A silent run that only follows which instruction stores into what.
+    void FollowWriters() { FollowWriters_ = true; }
+    const LastWriters& Writers() const { return Writers_; }
 
 private:
     int Prepare();
@@ -67,6 +70,7 @@ private:
     void Record(long long cycle);
     void BindHostSignals();
     int Finish(int status);
+    void ExplainDifference(long long cycle);
     long long CycleCount() const;
 
     const Options& Options_;
@@ -78,6 +82,7 @@ private:
     ExpectedTable Expected_;
     std::unique_ptr<ExpectCheck> Check_;
     LastWriters Writers_;
+    bool FollowWriters_ = false;
     std::unique_ptr<Debugger> Debugger_;
     std::string ChartLibrary_;
     Recording Recording_;
@@ -164,7 +169,7 @@ int Bench::ResolveVariables() {
 void Bench::OnInstruction(void* context, const QZTraceEvent* event) {
     Bench& bench = *static_cast<Bench*>(context);
     if (bench.Options_.Trace) PrintTraceLine(bench.Source_, bench.Cycle_, *event);
-    if (bench.Check_) bench.Writers_.Observe(*event, bench.Cycle_);
+    if (bench.FollowWriters_) bench.Writers_.Observe(*event, bench.Cycle_);
     if (!bench.HeldInside_.empty()) {
         // Inside a subprogram a name is its local's: the program's variables
         // are held again once the call returns.
@@ -176,7 +181,7 @@ void Bench::OnInstruction(void* context, const QZTraceEvent* event) {
 
 void Bench::InstallHooks() {
     if (Options_.Trace) PrintTraceHeading();
-    if (Options_.Trace || Check_ || !HeldInside_.empty() || Debugger_)
+    if (Options_.Trace || FollowWriters_ || !HeldInside_.empty() || Debugger_)
         QZSetTraceHook(Object_, OnInstruction, this);
 }
 
@@ -259,11 +264,33 @@ int Bench::RunCycle(long long cycle) {
     if (Table_) Table_->AddRow(Recording_, row);
     if (Check_ && !Check_->CheckRow(Recording_, row)) {
         if (Table_) Table_->Finish();
+        ExplainDifference(cycle);
         return kExitProgramError;
     }
     if (Debugger_) Debugger_->AfterCycle(cycle);
     if (Options_.PeriodMs) std::fflush(stdout);
     return kExitOk;
+}
+
+// Which instruction last stored into the column that differed: the checked
+// run goes at full speed without a trace hook, so the same cycles run once
+// more on a fresh object with one. Inputs, forces and simulated time repeat
+// exactly; a program on the wall clock may take another path.
+void Bench::ExplainDifference(long long cycle) {
+    Options replay = Options_;
+    replay.ExpectPath.clear();
+    replay.UpdateExpected = false;
+    replay.VcdPath.clear();
+    replay.HtmlPath.clear();
+    replay.Debug = replay.Trace = replay.Stats = false;
+    replay.PeriodMs = 0;
+    replay.Cycles = cycle;
+    InterpreterHandle fresh;
+    if (fresh.Object->InitInterpretator(Source_.Flat()) != 0) return;
+    Bench again(replay, Source_, fresh.Object);
+    again.FollowWriters();
+    again.Run();
+    Check_->ReportWriter(again.Writers());
 }
 
 int Bench::Finish(int status) {
@@ -298,9 +325,10 @@ int Bench::Run() {
     if (!Options_.InputsPath.empty()) Host_.SetStimulus(&Stimulus_, Options_.InputsPath);
     Host_.SetForces(&Options_.Forces);
     if (!Options_.ExpectPath.empty() && !Options_.UpdateExpected)
-        Check_ = std::make_unique<ExpectCheck>(Expected_, Source_, Writers_);
+        Check_ = std::make_unique<ExpectCheck>(Expected_, Source_);
     // With --expect the table is wanted only when asked for as CSV.
-    if (Options_.Csv || Options_.ExpectPath.empty()) Table_ = std::make_unique<Table>(Options_.Csv, Options_.Marks);
+    if (FollowWriters_) Host_.SetQuiet();
+    else if (Options_.Csv || Options_.ExpectPath.empty()) Table_ = std::make_unique<Table>(Options_.Csv, Options_.Marks);
     if (Options_.Debug) Debugger_ = std::make_unique<Debugger>(Source_, Object_, Variables_, stdin);
     InstallHooks();
 

@@ -29,6 +29,7 @@ void RunnerHost::StartCycle(long long cycle) {
 }
 
 void RunnerHost::WarnUnusedInputs() const {
+    if (Quiet_) return;
     for (const auto& [name, origin] : GivenNames_)
         if (!Asked_.contains(name.toUpper()))
             std::fprintf(stderr, "qzrun: warning: the program has no input '%s' (given by %s)\n",
@@ -71,7 +72,7 @@ bool RunnerHost::GetValueFrom(CQZDirection, const QString& name, double& value) 
         const bool forcedSometime = Forces_ && std::any_of(Forces_->begin(), Forces_->end(), [&](const Force& f) {
             return name.compare(QString::fromStdString(f.Name), Qt::CaseInsensitive) == 0;
         });
-        if (!forcedSometime && !Warned_.contains(key)) {
+        if (!forcedSometime && !Quiet_ && !Warned_.contains(key)) {
             Warned_.insert(key);
             std::fprintf(stderr,
                          "qzrun: warning: no value given for input '%s'; it reads 0 (give one with --set or --inputs)\n",

@@ -37,6 +37,8 @@ public:
     void StartCycle(long long cycle);
     // Values given for names the program never asked for are probably typos.
     void WarnUnusedInputs() const;
+    // No warnings: for a run that repeats one already warned about.
+    void SetQuiet() { Quiet_ = true; }
 
     bool GetValueFrom(CQZDirection, const QString& name, double& value) override;
     bool SetValueTo(CQZDirection, const QString& name, double value, int dimension, bool rewrited) override;
@@ -56,6 +58,7 @@ private:
     const std::vector<double>* Row_ = nullptr;
     const std::vector<Force>* Forces_ = nullptr;
     long long Cycle_ = 0;
+    bool Quiet_ = false;
     QSet<QString> Asked_;
     QSet<QString> Warned_;
     QHash<QString, int> InputIndex_;
