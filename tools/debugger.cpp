@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <sstream>
 #include <unistd.h>
 
@@ -193,43 +192,106 @@ size_t Debugger::Resolve(const std::string& where, std::string& error) const {
     return std::string::npos;
 }
 
-// Runs one command line; false when it lets the program go on.
+// The commands: each takes the words after its name and returns false when
+// it lets the program go on.
+struct Debugger::Command {
+    const char* Name;
+    const char* Short;
+    bool (Debugger::*Run)(const std::string& argument, const std::string& extra);
+};
+
+const Debugger::Command Debugger::kCommands[] = {
+    {"step", "s", &Debugger::DoStep},       {"next", "n", &Debugger::DoNext},
+    {"cycle", nullptr, &Debugger::DoCycle}, {"continue", "c", &Debugger::DoContinue},
+    {"break", "b", &Debugger::DoBreak},     {"delete", nullptr, &Debugger::DoDelete},
+    {"print", "p", &Debugger::DoPrint},     {"set", nullptr, &Debugger::DoSet},
+    {"stack", nullptr, &Debugger::DoStack}, {"where", nullptr, &Debugger::DoWhere},
+    {"help", nullptr, &Debugger::DoHelp},   {"quit", "q", &Debugger::DoQuit},
+};
+
 bool Debugger::Execute(const std::string& line) {
     std::istringstream words(line);
     std::string command, argument, extra;
-    words >> command >> argument;
+    words >> command >> argument >> extra;
     if (command.empty() || command[0] == '#') return true;
-    if (command == "step" || command == "s") Mode_ = Mode::Step;
-    else if (command == "next" || command == "n") { Mode_ = Mode::Next; NextDepth_ = Returns_.size(); }
-    else if (command == "cycle") Mode_ = Mode::Cycle;
-    else if (command == "continue" || command == "c") Mode_ = Mode::Continue;
-    else if (command == "quit" || command == "q") { std::fflush(stdout); std::exit(kExitOk); }
-    else if (command == "break" || command == "b" || command == "delete") {
-        std::string error;
-        if (command == "delete" && argument.empty()) {
-            Breakpoints_.clear();
-            std::puts("all breakpoints deleted");
-            return true;
-        }
-        const size_t offset = Resolve(argument, error);
-        if (offset == std::string::npos) return Fail(error);
-        const int at = Source_.Locate(offset).Line;
-        if (command == "delete") {
-            if (!Breakpoints_.erase(offset)) return Fail("no breakpoint at line " + std::to_string(at));
-            std::printf("breakpoint at line %d deleted\n", at);
-        } else {
-            Breakpoints_.insert(offset);
-            std::printf("breakpoint at line %d\n", at);
-        }
+    for (const Command& known : kCommands)
+        if (command == known.Name || (known.Short && command == known.Short)) return (this->*known.Run)(argument, extra);
+    return Fail("unknown command '" + command + "' ('help' lists the commands)");
+}
+
+bool Debugger::DoStep(const std::string&, const std::string&) {
+    Mode_ = Mode::Step;
+    return false;
+}
+
+bool Debugger::DoNext(const std::string&, const std::string&) {
+    Mode_ = Mode::Next;
+    NextDepth_ = Returns_.size();
+    return false;
+}
+
+bool Debugger::DoCycle(const std::string&, const std::string&) {
+    Mode_ = Mode::Cycle;
+    return false;
+}
+
+bool Debugger::DoContinue(const std::string&, const std::string&) {
+    Mode_ = Mode::Continue;
+    return false;
+}
+
+bool Debugger::DoQuit(const std::string&, const std::string&) {
+    std::fflush(stdout);
+    std::exit(kExitOk);
+}
+
+bool Debugger::DoBreak(const std::string& where, const std::string&) {
+    std::string error;
+    const size_t offset = Resolve(where, error);
+    if (offset == std::string::npos) return Fail(error);
+    Breakpoints_.insert(offset);
+    std::printf("breakpoint at line %d\n", Source_.Locate(offset).Line);
+    return true;
+}
+
+bool Debugger::DoDelete(const std::string& where, const std::string&) {
+    if (where.empty()) {
+        Breakpoints_.clear();
+        std::puts("all breakpoints deleted");
         return true;
     }
-    else if (command == "print" || command == "p") { Print(argument); return true; }
-    else if (command == "set") { words >> extra; SetVariable(argument, extra); return true; }
-    else if (command == "stack") { PrintStack(); return true; }
-    else if (command == "where") { PrintWhere(); return true; }
-    else if (command == "help") { std::fputs(kCommandHelp, stdout); return true; }
-    else return Fail("unknown command '" + command + "' ('help' lists the commands)");
-    return false;
+    std::string error;
+    const size_t offset = Resolve(where, error);
+    if (offset == std::string::npos) return Fail(error);
+    const int line = Source_.Locate(offset).Line;
+    if (!Breakpoints_.erase(offset)) return Fail("no breakpoint at line " + std::to_string(line));
+    std::printf("breakpoint at line %d deleted\n", line);
+    return true;
+}
+
+bool Debugger::DoPrint(const std::string& what, const std::string&) {
+    Print(what);
+    return true;
+}
+
+bool Debugger::DoSet(const std::string& name, const std::string& value) {
+    SetVariable(name, value);
+    return true;
+}
+
+bool Debugger::DoStack(const std::string&, const std::string&) {
+    PrintStack();
+    return true;
+}
+
+bool Debugger::DoWhere(const std::string&, const std::string&) {
+    PrintWhere();
+    return true;
+}
+
+bool Debugger::DoHelp(const std::string&, const std::string&) {
+    std::fputs(kCommandHelp, stdout);
+    return true;
 }
 
 std::string Debugger::NotHere(const std::string& name) const {

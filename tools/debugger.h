@@ -44,6 +44,20 @@ private:
     bool ShouldStop(size_t offset) const;
     void Stop(const Pause& pause);
     bool Execute(const std::string& line);  // false: the prompt ends
+    struct Command;
+    static const Command kCommands[];
+    bool DoStep(const std::string&, const std::string&);
+    bool DoNext(const std::string&, const std::string&);
+    bool DoCycle(const std::string&, const std::string&);
+    bool DoContinue(const std::string&, const std::string&);
+    [[noreturn]] bool DoQuit(const std::string&, const std::string&);
+    bool DoBreak(const std::string& where, const std::string&);
+    bool DoDelete(const std::string& where, const std::string&);
+    bool DoPrint(const std::string& what, const std::string&);
+    bool DoSet(const std::string& name, const std::string& value);
+    bool DoStack(const std::string&, const std::string&);
+    bool DoWhere(const std::string&, const std::string&);
+    bool DoHelp(const std::string&, const std::string&);
     bool Fail(const std::string& message);
     size_t Resolve(const std::string& where, std::string& error) const;
 
