@@ -48,10 +48,14 @@ qz_runner_test(qzrun_update_expected_writes_the_table WORKDIR ${CMAKE_CURRENT_BI
 # ---- --vcd ----
 # The dump read back by a VCD reader of the test's own agrees with the table
 # and the inputs file, value for value.
-foreach(case "traffic_light|250|--sim-time|250" "analog_scaling|1" "pid_loop|100|--sim-time|100" "beacon|50|--sim-time|50")
+# Each case: test name, program, cycle time in ms, more options.
+foreach(case "traffic_light|traffic_light|250|--sim-time|250" "analog_scaling|analog_scaling|1"
+             "pid_loop|pid_loop|100|--sim-time|100" "beacon|beacon|50|--sim-time|50"
+             "watched_integers|traffic_light|250|--sim-time|250|--watch|STATE,NOW,ELAPSED"
+             "watched_reals|pid_loop|1000|--sim-time|1000|--watch|all")
   string(REPLACE "|" ";" case "${case}")
-  list(POP_FRONT case name ms)
-  add_test(NAME qzrun_vcd_round_trip_${name}
+  list(POP_FRONT case test name ms)
+  add_test(NAME qzrun_vcd_round_trip_${test}
     COMMAND ${QZ_SYSTEM_PYTHON} ${bench_dir}/vcd_roundtrip.py $<TARGET_FILE:qzrun> ${QZ_EXAMPLES_DIR} ${ms}
             -- ${name}.qz --inputs ${name}.inputs.csv ${case})
 endforeach()
@@ -158,3 +162,13 @@ qz_runner_test(qzrun_debug_unknown_variable_in_subprogram
 qz_runner_test(qzrun_debug_takes_no_period
   ARGS "part_counter.qz|--debug|--period|10"
   -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: error: --debug runs cycles when told to; it takes no --period\n")
+
+# ---- The command line, read by QCommandLineParser, in qzrun's words ----
+qz_runner_test(qzrun_usage_missing_value ARGS "motor_latch.qz|--cycles"
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: error: --cycles needs a value\n")
+qz_runner_test(qzrun_usage_switch_with_value ARGS "--csv=1|motor_latch.qz"
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: error: --csv takes no value\n")
+qz_runner_test(qzrun_usage_two_programs ARGS "motor_latch.qz|beacon.qz"
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: error: more than one program file: 'beacon.qz'\n")
+qz_runner_test(qzrun_usage_value_after_equals ARGS "--cycles=2|--set=START=1|--set|STOP=0|--set|OVERLOAD=0|--set|GUARD_OPEN=0|motor_latch.qz|--csv"
+  "-DEXPECT_STDOUT_REGEX=^cycle,MOTOR,FAULT\n1,1,0\n2,1,0\n$" -DEXPECT_EMPTY_STDERR=1)
