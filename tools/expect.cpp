@@ -143,8 +143,7 @@ bool ExpectCheck::BindColumns(const Recording& recording) {
     return true;
 }
 
-bool ExpectCheck::CheckRow(const Recording& recording, size_t row) {
-    const long long cycle = (long long)row + 1;
+bool ExpectCheck::CheckRow(const Recording& recording, const std::vector<Sample>& row, long long cycle) {
     const auto found = std::lower_bound(Table_.Rows.begin(), Table_.Rows.end(), cycle,
                                         [](const ExpectedRow& r, long long c) { return r.Cycle < c; });
     if (found == Table_.Rows.end() || found->Cycle != cycle) return true;
@@ -152,7 +151,7 @@ bool ExpectCheck::CheckRow(const Recording& recording, size_t row) {
         const ExpectedCell& cell = found->Cells[c];
         if (cell.Any) continue;
         const Signal& signal = recording.Signals[SignalOfColumn_[c]];
-        const Sample actual = recording.At(row, SignalOfColumn_[c]);
+        const Sample actual = Recording::SampleOf(row, SignalOfColumn_[c]);
         double shown;
         const std::string text = FormatSample(signal, actual.Value);
         const bool same = ParseValue(text, shown) && (shown == cell.Value || (std::isnan(shown) && std::isnan(cell.Value)));

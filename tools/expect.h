@@ -69,9 +69,9 @@ public:
     // shown the outputs; false (with a message printed) for a column that is
     // no signal of the run.
     bool BindColumns(const Recording& recording);
-    // Compares row `row` (cycle row + 1); on the first difference prints it
+    // Compares the row of cycle `cycle`; on the first difference prints it
     // and returns false.
-    bool CheckRow(const Recording& recording, size_t row);
+    bool CheckRow(const Recording& recording, const std::vector<Sample>& row, long long cycle);
     // After a difference: the instruction that last stored into its column,
     // as a run of the same cycles followed by `writers` saw it.
     void ReportWriter(const LastWriters& writers) const;

@@ -32,7 +32,8 @@ struct Sample {
 struct Recording {
     std::vector<Signal> Signals;
     // A row a cycle, a sample a signal (a row is shorter when a signal
-    // appeared after it).
+    // appeared after it). A run that writes no waveform and no expected
+    // table keeps only its last row, so long runs take no more memory.
     std::vector<std::vector<Sample>> Rows;
     uint32_t CycleMs = 0;  // the cycle time, 0 when cycles are not timed
 
@@ -44,8 +45,9 @@ struct Recording {
                 if (Signals[i].Kind == role) shown.push_back(i);
         return shown;
     }
-    Sample At(size_t row, size_t signal) const {
-        return signal < Rows[row].size() ? Rows[row][signal] : Sample{};
+    Sample At(size_t row, size_t signal) const { return SampleOf(Rows[row], signal); }
+    static Sample SampleOf(const std::vector<Sample>& row, size_t signal) {
+        return signal < row.size() ? row[signal] : Sample{};
     }
 };
 

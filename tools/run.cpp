@@ -83,6 +83,7 @@ private:
     std::unique_ptr<ExpectCheck> Check_;
     LastWriters Writers_;
     bool FollowWriters_ = false;
+    bool KeepHistory_ = false;  // every row, for the files written after the run
     std::unique_ptr<Debugger> Debugger_;
     std::string ChartLibrary_;
     Recording Recording_;
@@ -238,7 +239,8 @@ void Bench::Record(long long cycle) {
         const Signal& signal = Recording_.Signals[s];
         if (signal.Kind == Role::Variable) Variables_.Get(signal.Name, row[s].Value);
     }
-    Recording_.Rows.push_back(std::move(row));
+    if (KeepHistory_ || Recording_.Rows.empty()) Recording_.Rows.push_back(std::move(row));
+    else Recording_.Rows.back() = std::move(row);
 }
 
 int Bench::RunCycle(long long cycle) {
@@ -259,10 +261,10 @@ int Bench::RunCycle(long long cycle) {
     if (Options_.Stats) Times_.push_back(std::chrono::duration_cast<std::chrono::nanoseconds>(after - before));
     if (cycle == 1) Host_.WarnUnusedInputs();
     Record(cycle);
-    const size_t row = Recording_.Rows.size() - 1;
+    const std::vector<Sample>& row = Recording_.Rows.back();
     if (cycle == 1 && Check_ && !Check_->BindColumns(Recording_)) return kExitUsage;
-    if (Table_) Table_->AddRow(Recording_, row);
-    if (Check_ && !Check_->CheckRow(Recording_, row)) {
+    if (Table_) Table_->AddRow(Recording_, row, cycle);
+    if (Check_ && !Check_->CheckRow(Recording_, row, cycle)) {
         if (Table_) Table_->Finish();
         ExplainDifference(cycle);
         return kExitProgramError;
@@ -296,7 +298,7 @@ void Bench::ExplainDifference(long long cycle) {
 int Bench::Finish(int status) {
     if (Table_) Table_->Finish();
     if (status != kExitOk) return status;
-    if (Check_ && !Check_->CheckLength(Recording_.Rows.size())) return kExitProgramError;
+    if (Check_ && !Check_->CheckLength(size_t(Cycle_))) return kExitProgramError;
     std::string error;
     const std::string title = Source_.Path();
     const bool written =
@@ -319,6 +321,7 @@ int Bench::Run() {
     QZSetMemoryLimit(Object_, Options_.MaxMemoryMb << 20);
     if (Options_.SimulatedTime) QZSetClock(Object_, ReadSimulatedClock, &SimulatedNow_);
     Recording_.CycleMs = Options_.SimulatedTime ? Options_.SimulatedStep : Options_.PeriodMs;
+    KeepHistory_ = Options_.UpdateExpected || !Options_.VcdPath.empty() || !Options_.HtmlPath.empty();
     if (const int status = ResolveVariables()) return status;
 
     Host_.SetConstants(Options_.Constants);

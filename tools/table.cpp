@@ -9,7 +9,7 @@ namespace qzrun {
 
 std::string FormatSample(const Signal& signal, double value) { return FormatOutput(value, signal.Dimension); }
 
-void Table::AddRow(const Recording& recording, size_t row) {
+void Table::AddRow(const Recording& recording, const std::vector<Sample>& row, long long cycle) {
     if (Header_.empty()) {
         Shown_ = recording.TableSignals();
         Header_.push_back("cycle");
@@ -22,10 +22,10 @@ void Table::AddRow(const Recording& recording, size_t row) {
         }
         if (Csv_) PrintCsvRow(Header_, std::vector<bool>(Header_.size(), false));
     }
-    std::vector<std::string> cells{std::to_string(row + 1)};
+    std::vector<std::string> cells{std::to_string(cycle)};
     std::vector<bool> written{false};
     for (size_t s : Shown_) {
-        const Sample sample = recording.At(row, s);
+        const Sample sample = Recording::SampleOf(row, s);
         cells.push_back(FormatSample(recording.Signals[s], sample.Value));
         written.push_back(sample.Written);
         AnyMark_ = AnyMark_ || sample.Written;

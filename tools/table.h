@@ -14,9 +14,8 @@ class Table {
 public:
     Table(bool csv, bool marks) : Csv_(csv), Marks_(marks) {}
 
-    // Takes row `row` of the recording (cycle row + 1). The columns are fixed
-    // by the first row.
-    void AddRow(const Recording& recording, size_t row);
+    // Takes the row of cycle `cycle`. The columns are fixed by the first row.
+    void AddRow(const Recording& recording, const std::vector<Sample>& row, long long cycle);
     // Prints the aligned table (the CSV form is printed row by row).
     void Finish();
 
