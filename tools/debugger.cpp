@@ -121,6 +121,7 @@ bool Debugger::ShouldStop(size_t offset) const {
 
 void Debugger::BeforeCycle(long long cycle) {
     Cycle_ = cycle;
+    AtCycleStart_ = true;
     Returns_.clear();
     At_ = NextInstruction(BodyStart_);
     if (ShouldStop(At_)) Stop(Pause{At_, Breakpoints_.count(At_) ? "breakpoint" : nullptr});
@@ -128,6 +129,7 @@ void Debugger::BeforeCycle(long long cycle) {
 
 void Debugger::AfterInstruction(const QZTraceEvent& event) {
     Last_ = event;
+    AtCycleStart_ = false;
     const std::string& text = Source_.Flat();
     const size_t start = size_t(std::max(event.InstructionStart, 0));
     if (event.Result == 0 && text.compare(start, 4, "CAL ") == 0) Returns_.push_back(size_t(event.InstructionEnd));
@@ -340,6 +342,10 @@ void Debugger::SetVariable(const std::string& name, const std::string& text) {
         return;
     }
     Print(name);
+    const VariableInfo* info = Variables_.Find(name.substr(1));
+    if (AtCycleStart_ && info && (info->Kind == kKindInput || info->Kind == kKindWorking))
+        std::printf("note: the cycle's start gives %s its %s again before the first instruction\n", name.c_str(),
+                    info->Kind == kKindInput ? "input value" : "declared value");
 }
 
 void Debugger::PrintStack() {

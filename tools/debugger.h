@@ -83,6 +83,7 @@ private:
     size_t NextDepth_ = 0;                     // calls pending when 'next' was given
     std::vector<size_t> Returns_;              // where each pending call returns to
     long long Cycle_ = 0;
+    bool AtCycleStart_ = false;                // no instruction of the cycle has run
     size_t At_ = std::string::npos;            // the instruction about to run
     QZTraceEvent Last_{};                      // registers after the last instruction
 };

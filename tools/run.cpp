@@ -66,6 +66,7 @@ private:
     void InstallHooks();
     static void OnInstruction(void* context, const QZTraceEvent* event);
     void ApplyForces();
+    void ShowCycleStart();
     int RunCycle(long long cycle);
     void Record(long long cycle);
     void BindHostSignals();
@@ -193,6 +194,18 @@ void Bench::ApplyForces() {
         if (force->Covers(Cycle_)) Variables_.Set(force->Name, force->Value);
 }
 
+// The library resets the V variables and reads the inputs as a cycle
+// starts, after the debugger's stop before its first instruction; done here
+// too, that stop shows what the first instruction will see.
+void Bench::ShowCycleStart() {
+    for (const VariableInfo& info : Variables_.All()) {
+        double value = info.Declared;
+        if (info.Kind == kKindInput) Host_.Peek(QString::fromStdString(info.Name), value);
+        if (info.Kind == kKindInput || info.Kind == kKindWorking) Variables_.Set(info.Name, value);
+    }
+    ApplyForces();
+}
+
 long long Bench::CycleCount() const {
     if (Options_.Cycles >= 0) return Options_.Cycles;
     long long rows = (long long)Stimulus_.Rows.size();
@@ -248,7 +261,10 @@ int Bench::RunCycle(long long cycle) {
     Host_.StartCycle(cycle);
     SimulatedNow_ = kSimulatedClockStart + uint32_t(uint64_t(cycle - 1) * Options_.SimulatedStep);
     ApplyForces();
-    if (Debugger_) Debugger_->BeforeCycle(cycle);
+    if (Debugger_) {
+        ShowCycleStart();
+        Debugger_->BeforeCycle(cycle);
+    }
 
     const auto before = std::chrono::steady_clock::now();
     const Qz::uint32_t code = Object_->Execute(&Host_);

@@ -47,7 +47,7 @@ const Force* RunnerHost::ForceOf(const QString& name) const {
     return found;
 }
 
-bool RunnerHost::Serve(const QString& key, const QString& name, double& value) {
+bool RunnerHost::Serve(const QString& key, const QString& name, double& value) const {
     if (const Force* force = ForceOf(name)) {
         value = force->Value;
         return true;
@@ -60,6 +60,12 @@ bool RunnerHost::Serve(const QString& key, const QString& name, double& value) {
         value = (*Row_)[size_t(column.value())];
         return true;
     }
+    return false;
+}
+
+bool RunnerHost::Peek(const QString& name, double& value) const {
+    if (Serve(name.toUpper(), name, value)) return true;
+    value = 0.0;
     return false;
 }
 

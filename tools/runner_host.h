@@ -40,6 +40,9 @@ public:
     // No warnings: for a run that repeats one already warned about.
     void SetQuiet() { Quiet_ = true; }
 
+    // The value input `name` will read this cycle, without counting as asked.
+    bool Peek(const QString& name, double& value) const;
+
     bool GetValueFrom(CQZDirection, const QString& name, double& value) override;
     bool SetValueTo(CQZDirection, const QString& name, double value, int dimension, bool rewrited) override;
 
@@ -48,7 +51,7 @@ public:
 
 private:
     const Force* ForceOf(const QString& name) const;
-    bool Serve(const QString& key, const QString& name, double& value);
+    bool Serve(const QString& key, const QString& name, double& value) const;
     static void Keep(std::vector<HostValue>& list, QHash<QString, int>& index, const QString& name, double value,
                      int dimension, bool rewrited);
 

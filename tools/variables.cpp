@@ -12,7 +12,7 @@ uint32_t ProgramVariables::Load() {
         Object_,
         [](void* context, const QZVariableInfo* info) {
             static_cast<std::vector<VariableInfo>*>(context)->push_back(
-                VariableInfo{std::string(info->Name, info->NameLength), info->Kind, info->Type});
+                VariableInfo{std::string(info->Name, info->NameLength), info->Kind, info->Type, info->Value});
         },
         &All_);
 }

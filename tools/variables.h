@@ -13,11 +13,13 @@ namespace qzrun {
 
 constexpr uint8_t kKindInput = 0x15;   // VI
 constexpr uint8_t kKindOutput = 0x16;  // VO
+constexpr uint8_t kKindWorking = 0x14; // V
 
 struct VariableInfo {
     std::string Name;
     uint8_t Kind = 0;
     uint8_t Type = 0;
+    double Declared = 0.0;  // the value before the first cycle: a V variable's reset value
 };
 
 class ProgramVariables {
