@@ -172,3 +172,7 @@ qz_runner_test(qzrun_usage_two_programs ARGS "motor_latch.qz|beacon.qz"
   -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: error: more than one program file: 'beacon.qz'\n")
 qz_runner_test(qzrun_usage_value_after_equals ARGS "--cycles=2|--set=START=1|--set|STOP=0|--set|OVERLOAD=0|--set|GUARD_OPEN=0|motor_latch.qz|--csv"
   "-DEXPECT_STDOUT_REGEX=^cycle,MOTOR,FAULT\n1,1,0\n2,1,0\n$" -DEXPECT_EMPTY_STDERR=1)
+# At a terminal: the prompt shows, and a mistake gets a message, not the end.
+add_test(NAME qzrun_debug_at_a_terminal
+  COMMAND ${QZ_SYSTEM_PYTHON} ${bench_dir}/debug_terminal.py $<TARGET_FILE:qzrun> ${QZ_EXAMPLES_DIR})
+set_tests_properties(qzrun_debug_at_a_terminal PROPERTIES TIMEOUT 120)
