@@ -115,15 +115,24 @@ const OptionSpec kOptions[] = {
     {"max-file-size", "SIZE"}, {"sim-time", "MS"},   {"period", "MS"},       {"version", nullptr},
     {"expect", "FILE"},      {"update-expected", nullptr}, {"watch", "NAMES"}, {"force", "NAME=VALUE"},
     {"vcd", "FILE"},         {"html", "FILE"},       {"debug", nullptr},
-    // --check reporting options are added here.
+    // The --check report's options (--werror, -W no-ID, --format) join this table.
 };
 
-// Qt's messages for a value missing or one too many, in qzrun's words.
-std::string DescribeParseError(const QCommandLineParser& parser) {
+// Qt's messages for an unknown option, a value missing or one too many, in
+// qzrun's words. An unknown letter is shown with the word it came from:
+// "-cycle", not "-c".
+std::string DescribeParseError(const QCommandLineParser& parser, const QStringList& arguments) {
     const QStringList unknown = parser.unknownOptionNames();
     if (!unknown.isEmpty()) {
         const QString name = unknown.first();
-        return "unknown option '" + std::string(name.size() == 1 ? "-" : "--") + name.toStdString() + "'";
+        QString shown = (name.size() == 1 ? "-" : "--") + name;
+        if (name.size() == 1)
+            for (const QString& argument : arguments)
+                if (argument.startsWith(shown) && !argument.startsWith("--")) {
+                    shown = argument;
+                    break;
+                }
+        return "unknown option '" + shown.toStdString() + "'";
     }
     const QString text = parser.errorText();
     static const QRegularExpression missing("^Missing value after '(.*)'\\.$");
@@ -188,7 +197,8 @@ void ReadBenchOptions(const QCommandLineParser& parser, Options& options) {
 
 Options ParseOptions(int argc, char** argv) {
     QCommandLineParser parser;
-    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    // Short options may carry their value attached, as -Wno-ID does.
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
     parser.addOption(QCommandLineOption(QStringList{"h", "help"}));
     for (const OptionSpec& spec : kOptions) {
         QCommandLineOption option(QString::fromLatin1(spec.Name));
@@ -197,7 +207,7 @@ Options ParseOptions(int argc, char** argv) {
     }
     QStringList arguments;
     for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
-    if (!parser.parse(arguments)) UsageError(DescribeParseError(parser));
+    if (!parser.parse(arguments)) UsageError(DescribeParseError(parser, arguments));
     if (parser.isSet("help")) {
         std::fputs(kHelp, stdout);
         std::exit(kExitOk);

@@ -176,3 +176,5 @@ qz_runner_test(qzrun_usage_value_after_equals ARGS "--cycles=2|--set=START=1|--s
 add_test(NAME qzrun_debug_at_a_terminal
   COMMAND ${QZ_SYSTEM_PYTHON} ${bench_dir}/debug_terminal.py $<TARGET_FILE:qzrun> ${QZ_EXAMPLES_DIR})
 set_tests_properties(qzrun_debug_at_a_terminal PROPERTIES TIMEOUT 120)
+qz_runner_test(qzrun_usage_unknown_single_dash_word ARGS "-cycle|3|motor_latch.qz"
+  -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: error: unknown option '-cycle'\n")
