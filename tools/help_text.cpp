@@ -73,7 +73,8 @@ Test bench:
                        qzrun motor_latch.qz --inputs motor_latch.inputs.csv \
                              --expect motor_latch.expected.csv
   --update-expected  With --expect: write FILE from this run instead of
-                     comparing (outputs and --watch columns, with marks).
+                     comparing (outputs, --watch columns and the @NAME
+                     columns FILE had, with marks).
   --watch NAME,...   Add a column for each named program variable, of any kind,
                      after the outputs; its header is @NAME. "all" watches every
                      declared variable but the outputs. Repeatable.

@@ -113,6 +113,10 @@ int Bench::Prepare() {
         std::fprintf(stderr, "qzrun: error: %s\n", error.c_str());
         return kExitUsage;
     }
+    // A file being updated keeps its @NAME columns and its length; one that
+    // is missing or unreadable is simply written anew.
+    if (Options_.UpdateExpected && !ReadExpected(Options_.ExpectPath, Options_.MaxFileBytes, Expected_, error))
+        Expected_ = ExpectedTable{};
     if (!Options_.HtmlPath.empty() && !ReadChartLibrary(ChartLibrary_, error)) {
         std::fprintf(stderr, "qzrun: error: %s\n", error.c_str());
         return kExitUsage;

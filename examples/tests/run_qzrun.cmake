@@ -18,6 +18,7 @@
 #   -DINPUT_FILE=file       standard input of the run (default: none)
 #   -DOUTPUT_FILE=file      a file the run writes (relative to WORKDIR); removed before the run
 #   -DOUTPUT_EQUALS=file    ... which must then equal this file exactly
+#   -DSEED_OUTPUT_FILE=file ... which starts as a copy of this file instead
 cmake_minimum_required(VERSION 3.25)
 
 string(REPLACE "|" ";" args "${ARGS}")
@@ -38,6 +39,9 @@ endif()
 
 if(DEFINED OUTPUT_FILE)
   file(REMOVE "${WORKDIR}/${OUTPUT_FILE}")
+  if(DEFINED SEED_OUTPUT_FILE)
+    file(COPY_FILE "${SEED_OUTPUT_FILE}" "${WORKDIR}/${OUTPUT_FILE}")
+  endif()
 endif()
 set(stdin_option "")
 if(DEFINED INPUT_FILE)

@@ -178,3 +178,8 @@ add_test(NAME qzrun_debug_at_a_terminal
 set_tests_properties(qzrun_debug_at_a_terminal PROPERTIES TIMEOUT 120)
 qz_runner_test(qzrun_usage_unknown_single_dash_word ARGS "-cycle|3|motor_latch.qz"
   -DEXPECT_EXIT=2 "-DEXPECT_STDERR=^qzrun: error: unknown option '-cycle'\n")
+# Updating a file keeps its @NAME columns: the variables are watched again.
+qz_runner_test(qzrun_update_expected_keeps_watched_columns WORKDIR ${CMAKE_CURRENT_BINARY_DIR}
+  ARGS "${QZ_EXAMPLES_DIR}/part_counter.qz|--inputs|${QZ_EXAMPLES_DIR}/part_counter.inputs.csv|--expect|updated.expected.csv|--update-expected"
+  -DOUTPUT_FILE=updated.expected.csv -DSEED_OUTPUT_FILE=${bench_dir}/part_counter.watched.csv
+  -DOUTPUT_EQUALS=${bench_dir}/part_counter.watched.expected.csv -DEXPECT_EMPTY_STDOUT=1 -DEXPECT_EMPTY_STDERR=1)
