@@ -103,12 +103,12 @@ std::vector<std::string> SplitNames(const std::string& text) {
 
 // The options qzrun knows, for the parser; the help text is written by hand
 // (help_text.cpp) so that it can be grouped and carry examples.
-struct OptionSpec {
+struct KnownOption {
     const char* Name;
     const char* ValueName;  // null: a switch
 };
 
-const OptionSpec kOptions[] = {
+const KnownOption kOptions[] = {
     {"cycles", "N"},         {"inputs", "FILE"},     {"set", "NAME=VALUE"},  {"csv", nullptr},
     {"marks", nullptr},      {"stats", nullptr},     {"trace", nullptr},     {"check", nullptr},
     {"max-steps", "N"},      {"max-stack", "N"},     {"max-depth", "N"},     {"max-memory", "MB"},
@@ -200,9 +200,9 @@ Options ParseOptions(int argc, char** argv) {
     // Short options may carry their value attached, as -Wno-ID does.
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
     parser.addOption(QCommandLineOption(QStringList{"h", "help"}));
-    for (const OptionSpec& spec : kOptions) {
-        QCommandLineOption option(QString::fromLatin1(spec.Name));
-        if (spec.ValueName) option.setValueName(QString::fromLatin1(spec.ValueName));
+    for (const KnownOption& known : kOptions) {
+        QCommandLineOption option(QString::fromLatin1(known.Name));
+        if (known.ValueName) option.setValueName(QString::fromLatin1(known.ValueName));
         parser.addOption(option);
     }
     QStringList arguments;
