@@ -89,7 +89,12 @@ private:
     std::string ChartLibrary_;
     Recording Recording_;
     std::unique_ptr<Table> Table_;
-    std::vector<const Force*> HeldInside_;  // forces the program's own variables need
+    struct Held {
+        const Force* Given;
+        double Stored = 0.0;  // the forced value as the variable holds it (narrowed)
+        bool Known = false;
+    };
+    std::vector<Held> HeldInside_;  // forces the program's own variables need
     std::vector<size_t> InputSignal_, OutputSignal_;
     long long Cycle_ = 0;
     uint32_t SimulatedNow_ = kSimulatedClockStart;
@@ -166,7 +171,7 @@ int Bench::ResolveVariables() {
                          force.Name.c_str());
             return kExitUsage;
         }
-        if (info->Kind != kKindInput) HeldInside_.push_back(&force);
+        if (info->Kind != kKindInput) HeldInside_.push_back(Held{&force});
         if (info->Kind != kKindOutput) AddWatch(*info, true);
     }
     return kExitOk;
@@ -193,9 +198,16 @@ void Bench::InstallHooks() {
 
 // A forced variable is held through the cycle: set before the body and again
 // after every instruction, so the program never sees another value for long.
+// It is set only when it holds another value: a store marks an output as
+// written, and the mark must stay the program's.
 void Bench::ApplyForces() {
-    for (const Force* force : HeldInside_)
-        if (force->Covers(Cycle_)) Variables_.Set(force->Name, force->Value);
+    for (Held& held : HeldInside_) {
+        if (!held.Given->Covers(Cycle_)) continue;
+        double now;
+        if (held.Known && Variables_.Get(held.Given->Name, now) && now == held.Stored) continue;
+        Variables_.Set(held.Given->Name, held.Given->Value);
+        held.Known = Variables_.Get(held.Given->Name, held.Stored);
+    }
 }
 
 // The library resets the V variables and reads the inputs as a cycle

@@ -183,3 +183,8 @@ qz_runner_test(qzrun_update_expected_keeps_watched_columns WORKDIR ${CMAKE_CURRE
   ARGS "${QZ_EXAMPLES_DIR}/part_counter.qz|--inputs|${QZ_EXAMPLES_DIR}/part_counter.inputs.csv|--expect|updated.expected.csv|--update-expected"
   -DOUTPUT_FILE=updated.expected.csv -DSEED_OUTPUT_FILE=${bench_dir}/part_counter.watched.csv
   -DOUTPUT_EQUALS=${bench_dir}/part_counter.watched.expected.csv -DEXPECT_EMPTY_STDOUT=1 -DEXPECT_EMPTY_STDERR=1)
+# COUNT held at 3 in cycles 2 and 3: the mark stays the program's (written in
+# cycle 2, on the edge; not in cycle 3), and counting goes on from 3.
+qz_runner_test(qzrun_force_keeps_written_marks
+  ARGS "part_counter.qz|--inputs|part_counter.inputs.csv|--force|COUNT=3@2-3|--cycles|5"
+  -DEXPECT_STDOUT=${bench_dir}/part_counter.force_marks.expected.txt -DEXPECT_EMPTY_STDERR=1)
