@@ -4,6 +4,7 @@
 #include "words.h"
 
 #include <algorithm>
+#include <map>
 
 namespace qzls {
 namespace {
@@ -14,6 +15,7 @@ constexpr size_t kOperandWidth = 12;  // first operand and its padding
 constexpr size_t kNameWidth = 12;
 constexpr size_t kKindWidth = 4;
 constexpr size_t kDeclarationCommentColumn = 32;
+constexpr size_t kInstructionCommentColumn = 40;
 
 enum class LineKind { Verbatim, Code, Blank, CommentOnly, Section, Label, Instruction, Declaration };
 
@@ -21,12 +23,13 @@ struct Line {
     std::string Original;
     LineKind Kind = LineKind::Verbatim;
     std::vector<std::string> Words;
+    std::vector<size_t> Columns;  // where each word starts in Original
     std::string Comment;     // a trailing comment, "" for none
+    size_t CommentColumn = 0;
     bool AtMargin = false;   // a RET that ends a body
     size_t Group = 0;        // declaration lines of one run share columns
 };
 
-size_t RoundUp4(size_t n) { return (n + 3) / 4 * 4; }
 
 bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\f' || c == '\v' || c == '\r'; }
 
@@ -56,7 +59,11 @@ void Split(Line& line, bool& inComment) {
     }
     while (i < s.size()) {
         if (IsSpace(s[i])) { ++i; continue; }
-        if (s.compare(i, 2, "//") == 0) { line.Comment = TrimRight(s.substr(i)); break; }
+        if (s.compare(i, 2, "//") == 0) {
+            line.Comment = TrimRight(s.substr(i));
+            line.CommentColumn = i;
+            break;
+        }
         if (s.compare(i, 2, "(*") == 0) {
             const size_t close = s.find("*)", i + 2);
             if (close == std::string::npos) { inComment = true; line.Kind = LineKind::Verbatim; return; }
@@ -66,9 +73,11 @@ void Split(Line& line, bool& inComment) {
                 return;
             }
             line.Comment = TrimRight(s.substr(i));
+            line.CommentColumn = i;
             break;
         }
         const size_t begin = i;
+        line.Columns.push_back(i);
         while (i < s.size() && !IsSpace(s[i]) && s.compare(i, 2, "(*") != 0) ++i;
         line.Words.push_back(s.substr(begin, i - begin));
     }
@@ -114,28 +123,104 @@ void MarkBodyEnds(std::vector<Line>& lines) {
     }
 }
 
-struct Columns {
-    size_t SecondOperand = kOperandWidth;
-    std::vector<size_t> Name, Type;  // per declaration group
+// The widths a file already uses: the most common one among the fields
+// that were padded on purpose (two blanks or more before the next field).
+// Fields that overflow get one blank and do not vote, so formatting twice
+// gives what formatting once gave.
+class Votes {
+public:
+    void Add(size_t width, size_t gap) {
+        if (gap >= 2) ++Counts_[width];
+    }
+    // Widths below `floor` (the standard width unless given) are a careless
+    // layout, not a choice.
+    size_t Winner(size_t standard, size_t floor = 0) const {
+        if (floor == 0) floor = standard;
+        size_t best = standard, most = 0;
+        for (const auto& [width, count] : Counts_)
+            if (width >= floor && count >= most) best = width, most = count;
+        return best;
+    }
+
+private:
+    std::map<size_t, size_t> Counts_;
 };
+
+struct Widths {
+    size_t Word = kWordWidth, Operand = kOperandWidth, Comment = kInstructionCommentColumn;
+};
+
+struct DeclarationWidths {
+    size_t Name = kNameWidth, Kind = kKindWidth, Type = 0, Comment = 0;
+};
+
+struct Columns {
+    Widths Instructions;
+    std::vector<DeclarationWidths> Declarations;  // per run of declaration lines
+};
+
+size_t CodeEnd(const Line& line) { return line.Columns.back() + line.Words.back().size(); }
+
+// The gap between field `i` and what follows it on the line as written.
+size_t GapAfter(const Line& line, size_t i) {
+    const size_t end = line.Columns[i] + line.Words[i].size();
+    const size_t next = i + 1 < line.Words.size() ? line.Columns[i + 1] : line.CommentColumn;
+    return next - end;
+}
+
+size_t WidthOf(const Line& line, size_t i) {
+    const size_t next = i + 1 < line.Words.size() ? line.Columns[i + 1] : line.CommentColumn;
+    return next - line.Columns[i];
+}
+
+// Comment columns are counted as if the line had the standard indentation.
+void VoteComment(Votes& votes, const Line& line) {
+    if (line.Comment.empty() || line.Columns[0] == 0) return;
+    votes.Add(line.CommentColumn - line.Columns[0] + kIndent, line.CommentColumn - CodeEnd(line));
+}
+
+Widths MeasureInstructions(const std::vector<Line>& lines) {
+    Votes word, operand, comment;
+    for (const Line& line : lines) {
+        if (line.Kind != LineKind::Instruction) continue;
+        if (line.Words.size() > 2) word.Add(WidthOf(line, 0), GapAfter(line, 0));
+        if (line.Words.size() > 2) operand.Add(WidthOf(line, 1), GapAfter(line, 1));
+        VoteComment(comment, line);
+    }
+    return {word.Winner(kWordWidth), operand.Winner(kOperandWidth), comment.Winner(kInstructionCommentColumn, kIndent + kWordWidth)};
+}
+
+DeclarationWidths MeasureDeclarations(const std::vector<const Line*>& group) {
+    Votes name, kind, comment;
+    size_t type = 0;
+    for (const Line* line : group) {
+        name.Add(WidthOf(*line, 0), GapAfter(*line, 0));
+        kind.Add(WidthOf(*line, 1), GapAfter(*line, 1));
+        type = std::max(type, line->Words[2].size() + 1);
+        VoteComment(comment, *line);
+    }
+    DeclarationWidths w{name.Winner(kNameWidth), kind.Winner(kKindWidth), type, 0};
+    w.Comment = comment.Winner(std::max(kDeclarationCommentColumn, kIndent + w.Name + w.Kind + w.Type + 6), kIndent + w.Name);
+    return w;
+}
 
 Columns Measure(std::vector<Line>& lines) {
     Columns c;
-    size_t group = 0;
-    bool inGroup = false;
+    c.Instructions = MeasureInstructions(lines);
+    std::vector<const Line*> group;
+    auto close = [&] {
+        if (!group.empty()) c.Declarations.push_back(MeasureDeclarations(group));
+        group.clear();
+    };
     for (Line& line : lines) {
-        if (line.Kind == LineKind::Instruction && line.Words.size() == 3)
-            c.SecondOperand = std::max(c.SecondOperand, RoundUp4(line.Words[2].size() + 1));
         if (line.Kind == LineKind::Declaration) {
-            if (!inGroup) { c.Name.push_back(kNameWidth); c.Type.push_back(0); group = c.Name.size() - 1; }
-            inGroup = true;
-            line.Group = group;
-            c.Name[group] = std::max(c.Name[group], RoundUp4(line.Words[0].size() + 1));
-            c.Type[group] = std::max(c.Type[group], line.Words[2].size() + 1);
+            line.Group = c.Declarations.size();
+            group.push_back(&line);
         } else if (line.Kind != LineKind::Blank && line.Kind != LineKind::CommentOnly) {
-            inGroup = false;
+            close();
         }
     }
+    close();
     return c;
 }
 
@@ -146,38 +231,49 @@ std::string WithComment(std::string code, const std::string& comment, size_t col
     return code + comment;
 }
 
+std::string RenderInstruction(const Line& line, const Widths& w) {
+    std::string out = line.AtMargin ? "" : std::string(kIndent, ' ');
+    const size_t start = out.size();
+    out += line.Words[0];
+    if (line.Words.size() > 1) {
+        PadTo(out, start + w.Word);
+        out += line.Words[1];
+    }
+    if (line.Words.size() > 2) {
+        PadTo(out, start + w.Word + w.Operand);
+        out += line.Words[2];
+    }
+    return WithComment(out, line.Comment, w.Comment);
+}
+
+std::string RenderDeclaration(const Line& line, const DeclarationWidths& w) {
+    std::string out = std::string(kIndent, ' ') + line.Words[0];
+    PadTo(out, kIndent + w.Name);
+    out += line.Words[1];
+    PadTo(out, kIndent + w.Name + w.Kind);
+    out += line.Words[2];
+    PadTo(out, kIndent + w.Name + w.Kind + w.Type);
+    for (size_t i = 3; i < line.Words.size(); ++i) out += (i > 3 ? " " : "") + line.Words[i];
+    return WithComment(out, line.Comment, w.Comment);
+}
+
 std::string Render(const Line& line, const Columns& c) {
-    const size_t instructionComments = kIndent + kWordWidth + kOperandWidth + c.SecondOperand;
     std::string out;
     switch (line.Kind) {
     case LineKind::Verbatim:
     case LineKind::Code:
+    case LineKind::CommentOnly:
         return TrimRight(line.Original);
     case LineKind::Blank:
         return "";
-    case LineKind::CommentOnly:
-        return TrimRight(line.Original);
     case LineKind::Section:
     case LineKind::Label:
         for (const std::string& w : line.Words) out += (out.empty() ? "" : " ") + w;
-        return WithComment(out, line.Comment, instructionComments);
+        return WithComment(out, line.Comment, c.Instructions.Comment);
     case LineKind::Instruction:
-        out = line.AtMargin ? "" : std::string(kIndent, ' ');
-        out += line.Words[0];
-        if (line.Words.size() > 1) { PadTo(out, out.size() - line.Words[0].size() + kWordWidth); out += line.Words[1]; }
-        if (line.Words.size() > 2) { PadTo(out, kIndent + kWordWidth + kOperandWidth); out += line.Words[2]; }
-        return WithComment(out, line.Comment, instructionComments);
-    case LineKind::Declaration: {
-        out = std::string(kIndent, ' ') + line.Words[0];
-        PadTo(out, kIndent + c.Name[line.Group]);
-        out += line.Words[1];
-        PadTo(out, kIndent + c.Name[line.Group] + kKindWidth);
-        out += line.Words[2];
-        const size_t valueColumn = kIndent + c.Name[line.Group] + kKindWidth + c.Type[line.Group];
-        PadTo(out, valueColumn);
-        for (size_t i = 3; i < line.Words.size(); ++i) out += (i > 3 ? " " : "") + line.Words[i];
-        return WithComment(out, line.Comment, std::max(kDeclarationCommentColumn, valueColumn + 6));
-    }
+        return RenderInstruction(line, c.Instructions);
+    case LineKind::Declaration:
+        return RenderDeclaration(line, c.Declarations[line.Group]);
     }
     return line.Original;
 }
