@@ -35,8 +35,6 @@ private:
     // Moves the scanner behind the MAIN keyword at the start of a cycle.
     Qz::uint32_t EnterMain();
     Qz::uint32_t LoadProgram();
-    Qz::uint32_t FindProgramHeader();
-    Qz::uint32_t ReadProgramName();
     Qz::uint32_t FillVariablesList();
     Qz::uint32_t DeclareVariable(const char* name, char kind, char type, const double numbers[4],
                                  double carried[3]);
