@@ -1,15 +1,39 @@
 #include "documents.h"
 
+#include "qz_tokens.h"
 #include "words.h"
 
 #include <algorithm>
 
 namespace qzls {
 
+namespace {
+
+// The checker resolves a jump or call target against the labels read so
+// far, so a jump forward stays unresolved in its model although the label
+// exists (the diagnostics are right: they come from the loader's complete
+// table). Resolve those here, by the language's rule: the first label of
+// exactly that name. EXEC names are no labels and stay as they are.
+void ResolveForwardLabels(const std::string& flat, qz::check::Model& model) {
+    for (qz::check::Use& use : model.Uses) {
+        if (use.Resolved || use.Kind != qz::check::SymbolKind::Label) continue;
+        bool exec = false;
+        for (const qz::check::Instruction& in : model.Instructions)
+            if (use.Where.Begin >= in.Extent.Begin && use.Where.End <= in.Extent.End) exec = in.Code == ttEXEC;
+        if (exec) continue;
+        const std::string_view name(flat.data() + use.Where.Begin, use.Where.End - use.Where.Begin);
+        for (size_t i = 0; i < model.Labels.size() && !use.Resolved; ++i)
+            if (model.Labels[i].Name == name) use.Resolved = true, use.Target = i;
+    }
+}
+
+}  // namespace
+
 void DocumentStore::Refresh(Document& document) {
     document.Lines = LineIndex(document.Text);
     document.Flat = BlankComments(document.Text);
     document.Model = qz::check::Analyse(document.Text);
+    ResolveForwardLabels(document.Flat, document.Model);
 }
 
 Document& DocumentStore::Open(const std::string& uri, int64_t version, std::string text) {

@@ -1,36 +1,15 @@
 #include "words.h"
 
+#include "qz_source.h"
+
 #include <algorithm>
 
 namespace qzls {
 
 std::string BlankComments(std::string_view text) {
     std::string flat(text);
-    const size_t n = flat.size();
-    auto blank = [&](size_t from, size_t to) { std::fill(flat.begin() + from, flat.begin() + to, ' '); };
-    size_t i = 0;
-    if (flat.compare(0, 3, "\xEF\xBB\xBF") == 0) {
-        blank(0, 3);
-        i = 3;
-    }
-    while (i < n) {
-        const char c = flat[i];
-        const char next = i + 1 < n ? flat[i + 1] : '\0';
-        if (c == '(' && next == '*') {
-            size_t close = flat.find("*)", i + 2);
-            close = close == std::string::npos ? n : close + 2;
-            blank(i, close);
-            i = close;
-        } else if (c == '/' && next == '/') {
-            size_t end = flat.find('\n', i);
-            if (end == std::string::npos) end = n;
-            blank(i, end);
-            i = end;
-        } else {
-            if (c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v') flat[i] = ' ';
-            ++i;
-        }
-    }
+    size_t unclosed = 0;
+    if (!qz::BlankComments(flat, unclosed)) std::fill(flat.begin() + unclosed, flat.end(), ' ');
     return flat;
 }
 

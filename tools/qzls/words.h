@@ -19,9 +19,9 @@ struct Span {
     bool Contains(size_t offset) const { return offset >= Begin && offset < End; }
 };
 
-// "(* *)" and "//" comments, tabs and line breaks become blanks; the length
-// is kept. An unclosed "(*" blanks the rest of the text, which is what an
-// editor wants while the comment is being typed.
+// The text as the library blanks it for the checker and the runner. An
+// unclosed "(*" blanks the rest of the text, which is what an editor wants
+// while the comment is being typed.
 std::string BlankComments(std::string_view text);
 
 inline bool IsBlank(char c) { return c == ' '; }

@@ -56,8 +56,8 @@ class Diagnostics(Session):
     def test_open_publishes_the_checkers_diagnostics_with_their_ranges(self):
         params = self.client.open(URI, SAMPLE.replace("@LAMP\n    CAL", "@LAMPE\n    CAL"))
         self.assertEqual(params, {"uri": URI, "version": 1, "diagnostics": [{
-            "range": span(9, 21, 26), "severity": 1, "code": "23", "source": "qz",
-            "message": "A variable is not found."}]})
+            "range": span(9, 20, 26), "severity": 1, "code": "23", "source": "qz",
+            "message": "variable not found (or not a valid reference)\ndid you mean `@LAMP`?"}]})
 
     def test_changes_republish_incremental_and_full(self):
         self.assertEqual(self.client.open(URI, SAMPLE)["diagnostics"], [])
@@ -65,13 +65,13 @@ class Diagnostics(Session):
         params = self.client.change(URI, 2, [{"range": span(8, 14, 15), "text": "X"}])
         self.assertEqual(params, {"uri": URI, "version": 2, "diagnostics": [{
             "range": span(8, 12, 15), "severity": 1, "code": "22", "source": "qz",
-            "message": "A jump or call names a label that does not exist."}]})
+            "message": "jump or call target label not found"}]})
         # Two changes in one notification, each relative to the text the one before left.
         params = self.client.change(URI, 3, [{"range": span(8, 12, 15), "text": "ON"},
                                              {"range": span(8, 12, 14), "text": "OFF"}])
         self.assertEqual(params["diagnostics"], [])
         params = self.client.change(URI, 4, [{"text": "PROG P VAR MAIN MOV @Q R0 RET"}])
-        self.assertEqual([(d["code"], d["range"]) for d in params["diagnostics"]], [("23", span(0, 21, 22))])
+        self.assertEqual([(d["code"], d["range"]) for d in params["diagnostics"]], [("23", span(0, 20, 22))])
 
     def test_close_clears_the_diagnostics(self):
         self.client.open(URI, "PROG P VAR MAIN JMP NOWHERE RET")
@@ -141,7 +141,7 @@ class Navigation(Session):
                                              {"textDocument": {"uri": URI}})["result"], [
             {"name": "LAMP_DEMO", "kind": 2, "range": span(1, 5, 3, 14), "selectionRange": span(1, 5, 14),
              "children": [{"name": "OFF", "kind": 20, "range": span(12, 0, 3), "selectionRange": span(12, 0, 3)}]},
-            {"name": "BLINK", "kind": 12, "range": span(15, 0, 3, 20), "selectionRange": span(15, 0, 5),
+            {"name": "BLINK", "kind": 12, "range": span(15, 0, 3, 21), "selectionRange": span(15, 0, 5),
              "children": []}])
 
 
@@ -244,7 +244,7 @@ class Utf16Positions(Session):
 
     def test_ranges_after_non_ascii_names_do_not_shift(self):
         params = self.client.open(URI, self.TEXT)
-        self.assertEqual([d["range"] for d in params["diagnostics"]], [span(4, 29, 36)])
+        self.assertEqual([d["range"] for d in params["diagnostics"]], [span(4, 28, 36)])
         self.assertEqual(self.result("textDocument/definition", 4, 18), location(2, 4, 6))
         self.assertEqual(self.result("textDocument/hover", 4, 19)["range"], span(4, 18, 20))
 
@@ -254,13 +254,13 @@ class Utf8Positions(Utf16Positions):
 
     def test_ranges_after_non_ascii_names_do_not_shift(self):
         params = self.client.open(URI, self.TEXT)
-        self.assertEqual([d["range"] for d in params["diagnostics"]], [span(4, 33, 40)])
+        self.assertEqual([d["range"] for d in params["diagnostics"]], [span(4, 32, 40)])
         self.assertEqual(self.result("textDocument/definition", 4, 21), location(2, 4, 8))
         self.assertEqual(self.result("textDocument/hover", 4, 22)["range"], span(4, 20, 24))
 
     def test_a_change_in_utf8_units(self):
         self.client.open(URI, self.TEXT)
-        params = self.client.change(URI, 2, [{"range": span(4, 33, 40), "text": "ÄÖ"}])
+        params = self.client.change(URI, 2, [{"range": span(4, 32, 40), "text": "@ÄÖ"}])
         self.assertEqual(params["diagnostics"], [])
 
 
