@@ -17,12 +17,16 @@ def frame(payload):
 
 
 class Client:
-    def __init__(self):
+    def __init__(self, test=None):
+        """With `test` (a unittest.TestCase) the server is ended after the test
+        whatever its outcome."""
         self.proc = subprocess.Popen([QZLS], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                      stderr=subprocess.PIPE)
         self.buffer = b""
         self.next_id = 0
         self.notifications = []
+        if test is not None:
+            test.addCleanup(self.close)
 
     # ---- sending ----
     def send_raw(self, data):
@@ -127,6 +131,17 @@ class Client:
         self.stderr = self.proc.stderr.read().decode("utf-8", "replace")
         self.proc.stderr.close()
         return code
+
+    def close(self):
+        """Ends a server a failed test left running, and closes the pipes."""
+        if self.proc.poll() is None:
+            self.proc.kill()
+            self.proc.wait()
+        for pipe in (self.proc.stdin, self.proc.stdout, self.proc.stderr):
+            try:
+                pipe.close()
+            except (BrokenPipeError, ValueError):
+                pass
 
     def rss_kib(self):
         with open("/proc/%d/status" % self.proc.pid) as status:

@@ -42,7 +42,7 @@ class Session(unittest.TestCase):
     encodings = None
 
     def setUp(self):
-        self.client = Client()
+        self.client = Client(self)
         self.client.initialize(self.encodings)
 
     def tearDown(self):

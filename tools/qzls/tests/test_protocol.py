@@ -18,7 +18,7 @@ CAPABILITIES = {
 
 class Lifecycle(unittest.TestCase):
     def test_initialize_answers_capabilities_in_utf16_by_default(self):
-        client = Client()
+        client = Client(self)
         answer = client.initialize()
         expected = dict(CAPABILITIES, positionEncoding="utf-16")
         self.assertEqual(answer, {"jsonrpc": "2.0", "id": 1, "result": {
@@ -26,19 +26,19 @@ class Lifecycle(unittest.TestCase):
         self.assertEqual(client.shutdown_and_exit(), 0)
 
     def test_utf8_is_chosen_when_the_client_offers_it(self):
-        client = Client()
+        client = Client(self)
         answer = client.initialize(["utf-16", "utf-8"])
         self.assertEqual(answer["result"]["capabilities"]["positionEncoding"], "utf-8")
         self.assertEqual(client.shutdown_and_exit(), 0)
 
     def test_utf16_when_the_client_offers_neither_utf8_nor_utf16(self):
-        client = Client()
+        client = Client(self)
         answer = client.initialize(["utf-32"])
         self.assertEqual(answer["result"]["capabilities"]["positionEncoding"], "utf-16")
         self.assertEqual(client.shutdown_and_exit(), 0)
 
     def test_requests_before_initialize_fail_and_notifications_are_dropped(self):
-        client = Client()
+        client = Client(self)
         client.notify("textDocument/didOpen", {"textDocument": {
             "uri": "file:///early.qz", "languageId": "qz", "version": 1, "text": "PROG P VAR MAIN RET"}})
         answer = client.request("textDocument/documentSymbol", {"textDocument": {"uri": "file:///early.qz"}})
@@ -52,14 +52,14 @@ class Lifecycle(unittest.TestCase):
         self.assertEqual(client.shutdown_and_exit(), 0)
 
     def test_a_second_initialize_is_refused(self):
-        client = Client()
+        client = Client(self)
         client.initialize()
         answer = client.request("initialize", {"capabilities": {}})
         self.assertEqual(answer["error"], {"code": -32600, "message": "already initialized"})
         self.assertEqual(client.shutdown_and_exit(), 0)
 
     def test_after_shutdown_requests_fail_and_exit_ends_with_0(self):
-        client = Client()
+        client = Client(self)
         client.initialize()
         self.assertEqual(client.request("shutdown"), {"jsonrpc": "2.0", "id": 2, "result": None})
         answer = client.request("textDocument/hover", {"textDocument": {"uri": "file:///a.qz"},
@@ -69,20 +69,20 @@ class Lifecycle(unittest.TestCase):
         self.assertEqual(client.wait(), 0)
 
     def test_exit_without_shutdown_ends_with_1(self):
-        client = Client()
+        client = Client(self)
         client.initialize()
         client.notify("exit")
         self.assertEqual(client.wait(), 1)
 
     def test_end_of_input_without_exit_ends_the_server(self):
-        client = Client()
+        client = Client(self)
         client.initialize()
         self.assertEqual(client.wait(), 1)
 
 
 class MalformedMessages(unittest.TestCase):
     def setUp(self):
-        self.client = Client()
+        self.client = Client(self)
         self.client.initialize()
 
     def tearDown(self):
