@@ -13,6 +13,7 @@ install(FILES
     ${PROJECT_SOURCE_DIR}/include/qz_st_interpretator.h
     ${PROJECT_SOURCE_DIR}/include/qz_st_interface.h
     ${PROJECT_SOURCE_DIR}/include/qz_st_result_codes.h
+    ${PROJECT_SOURCE_DIR}/include/qz_st_check.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qz_st_intrpr)
 if(TARGET qzrun)
   install(TARGETS qzrun RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

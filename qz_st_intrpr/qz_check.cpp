@@ -235,7 +235,7 @@ void AddLabel(Analysis& a, size_t i, size_t scope) {
 }
 
 bool EndsWords(uint8_t code) {
-    return IsInstructionCode(code) || code == ttLABEL || code == ttBODY || code == ttEND || code == ttMAIN ||
+    return IsInstructionCode(code) || code == ttNAME || code == ttLABEL || code == ttBODY || code == ttEND || code == ttMAIN ||
            code == ttPROG || code == ttVARSECTION;
 }
 

@@ -75,7 +75,8 @@ std::string LabelNote(Analysis& a, const std::string& name) {
     if (a.Suggestions >= 100) return {};
     ++a.Suggestions;
     std::vector<std::string> names;
-    for (const Label& l : a.Out.Labels) names.push_back(l.Name);
+    for (const Token& t : a.Tokens)
+        if (!t.Failure && t.Scanned.Code == ttLABEL) names.push_back(t.Scanned.Text);
     return NearMiss(name, names, "");
 }
 
@@ -154,7 +155,8 @@ void ReadOperand(Reading& r, QZ_OperandRule rule, Qz::ResultCode badKind, const 
         else if (!IsValueRegister(c)) Fail(r, badKind, t);
         return;
     case orLabel:
-        if (c != ttNAME) Fail(r, badKind, t, "a jump names a label without its ':'");
+        if (c != ttNAME)
+            Fail(r, badKind, t, c == ttLABEL ? "a jump names its label without the ':'" : "a jump names a label");
         else UseLabel(r, t);
         return;
     case orCallTarget:

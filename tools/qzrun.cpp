@@ -6,6 +6,7 @@
 // collects the outputs of every cycle into a table.
 #include "qz_st_interpretator.h"
 #include "qz_st_result_codes.h"
+#include "check_report.h"
 #include "input_file.h"
 #include "source_text.h"
 #include "stimulus.h"
@@ -86,9 +87,15 @@ Output:
                        qzrun part_counter.qz --cycles 2 --trace
 
 Checking:
-  --check            Load the program and report errors, nothing else. Exit
-                     status 0 when it loads.
-                       qzrun --check motor_latch.qz
+  --check            Check the program files without running them: every
+                     error running would meet (with its result code) and
+                     every warning, with the source line. Exit status 1 on
+                     an error, else 0. More than one file may be given.
+                       qzrun --check motor_latch.qz pid_loop.qz
+  --werror           With --check: warnings count as errors (exit status 1).
+  -W no-ID           Silence the warning ID (e.g. -W no-unread-variable).
+  --format FORMAT    With --check: text (default), json (a list) or sarif
+                     (SARIF 2.1.0), the last two on standard output.
   --max-steps N      Stop a cycle that runs more than N instructions with error
                      100 (default 10000000; 0 = no limit), so that a program
                      caught in a loop ends with a message instead of hanging.
@@ -130,9 +137,10 @@ with the offending token, and for a failing cycle its number. The source line
 is shown with a caret under the error; of a line longer than 200 characters
 only the 200 around the error are shown, with '...' where it is cut.
 
-Exit status: 0 when every cycle ran (or --check loaded the program), 1 when the
-program failed to load or a cycle failed, 2 for a bad command line, a file
-that cannot be read or is too large, or running out of memory.
+Exit status: 0 when every cycle ran (or --check found no error), 1 when the
+program failed to load, a cycle failed or --check found an error, 2 for a bad
+command line, a file that cannot be read or is too large, or running out of
+memory.
 )";
 
 struct Options {
@@ -153,6 +161,8 @@ struct Options {
     bool SimulatedTime = false;
     uint32_t SimulatedStep = 0;
     uint32_t PeriodMs = 0;
+    std::vector<std::string> MorePaths;  // --check takes several files
+    qzrun::CheckOptions CheckReport;
 };
 
 [[noreturn]] void UsageError(const std::string& message) {
@@ -196,8 +206,8 @@ Options ParseOptions(int argc, char** argv) {
     for (size_t i = 0; i < args.size(); ++i) {
         std::string arg = args[i];
         if (onlyFiles || arg.empty() || arg[0] != '-' || arg == "-") {
-            if (!options.ProgramPath.empty()) UsageError("more than one program file: '" + arg + "'");
-            options.ProgramPath = arg;
+            if (!options.ProgramPath.empty()) options.MorePaths.push_back(arg);
+            else options.ProgramPath = arg;
             continue;
         }
         if (arg == "--") {
@@ -248,6 +258,15 @@ Options ParseOptions(int argc, char** argv) {
         } else if (arg == "--check") {
             noValue();
             options.Check = true;
+        } else if (arg == "--werror") {
+            noValue();
+            options.CheckReport.WarningsAreErrors = true;
+        } else if (arg == "-W" || arg.compare(0, 2, "-W") == 0 || arg == "--format") {
+            const std::string given = arg.size() > 2 && arg[1] == 'W' ? arg.substr(2) : takeValue();
+            std::string error;
+            const bool ok = arg == "--format" ? qzrun::SetFormat(options.CheckReport, given, error)
+                                              : qzrun::SetWarningOption(options.CheckReport, given, error);
+            if (!ok) UsageError(error);
         } else if (arg == "--trace") {
             noValue();
             options.Trace = true;
@@ -275,6 +294,8 @@ Options ParseOptions(int argc, char** argv) {
         }
     }
     if (options.ProgramPath.empty()) UsageError("no program file given");
+    if (!options.Check && !options.MorePaths.empty())
+        UsageError("more than one program file: '" + options.MorePaths.front() + "'");
     if (options.Marks && !options.Csv) UsageError("--marks goes with --csv (the table always shows marks)");
     return options;
 }
@@ -622,6 +643,11 @@ struct InterpreterHandle {
 };
 
 int Run(const Options& options) {
+    if (options.Check) {
+        std::vector<std::string> paths{options.ProgramPath};
+        paths.insert(paths.end(), options.MorePaths.begin(), options.MorePaths.end());
+        return qzrun::CheckFiles(paths, options.CheckReport, options.MaxFileBytes);
+    }
     std::string bytes;
     std::string error;
     if (!qzrun::ReadInputFile(options.ProgramPath, options.MaxFileBytes, bytes, error)) {
@@ -651,7 +677,7 @@ int Run(const Options& options) {
         ReportFailure(source, interpreter.Object, code, 0);
         return kExitProgramError;
     }
-    if (options.Check) return kExitOk;
+    qzrun::PrintWarnings(source.Path(), source.Bytes(), options.CheckReport);
 
     QZSetInstructionBudget(interpreter.Object, options.MaxSteps);
     QZSetStackLimit(interpreter.Object, options.MaxStack);

@@ -33,6 +33,8 @@ TEST(Exports, ExactlyTheHostInterface) {
         "QZSetStackLimit",
         "QZSetCallDepthLimit",
         "QZSetMemoryLimit",
+        "QZCheckProgram",
+        "QZCheckWarning",
         "_Z8_qzcscpyPcmPKc",
         "_Z8_qzcscatPcmPKc",
         "_ZN18QZBuildInFunctions17DoBildInFunctionsEP29CQZ_STInterpretator_InterfaceR7QString",
