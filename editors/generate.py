@@ -106,6 +106,8 @@ def vim(table):
         'syn match qzBuiltin ;\\%(\\<EXEC[ \\t]\\+\\)\\@<=\\c\\%(' + "\\|".join(table["builtins"]) + '\\)\\%([ \\t(]\\|$\\)\\@=;',
         'syn region qzComment start="(\\*" end="\\*)" contains=@Spell',
         'syn match qzComment "//.*$" contains=@Spell',
+        '" A comment may span many lines, blank ones too; programs are small.',
+        "syn sync fromstart",
         "",
         "hi def link qzSection PreProc",
         "hi def link qzControl Conditional",

@@ -112,6 +112,16 @@ class Highlighting(unittest.TestCase):
             self.assertEqual(self.textmate[first + k][column], scope, line)
             self.assertEqual(self.vim[first + k][column] if column < len(self.vim[first + k]) else "", group, line)
 
+    def test_a_comment_spans_lines_and_blank_lines(self):
+        text = "(*\n    MOV 1\n\n    MOV 2 R0\n*)\nPROG X\n"
+        textmate = Grammar(os.path.join(EDITORS, "vscode", "syntaxes", "qz.tmLanguage.json")).scopes(text)
+        vim, _ = vim_groups(text)
+        for line in (1, 3):
+            self.assertEqual(textmate[line][4], "comment.block.qz")
+            self.assertEqual(vim[line][4], "qzComment")
+        self.assertEqual(textmate[5][0], "keyword.other.section.qz")
+        self.assertEqual(vim[5][0], "qzSection")
+
     def test_the_built_ins_after_exec_come_from_the_table(self):
         lines = "\n".join("    EXEC    " + name.lower() for name in KEYWORDS["builtins"]) + "\n"
         textmate = Grammar(os.path.join(EDITORS, "vscode", "syntaxes", "qz.tmLanguage.json")).scopes(lines)

@@ -23,6 +23,8 @@ syn match qzJumpTarget ;\%(\<\%(JMP\|JMPF\|JMPT\|CAL\)[ \t]\+\)\@<=[^ \t!"#$%&'*
 syn match qzBuiltin ;\%(\<EXEC[ \t]\+\)\@<=\c\%(COS\|SIN\|TAN\|ACOS\|ASIN\|ATAN\|CEIL\|FLOOR\|ROUND\|EXP\|FABS\|LN\|LOG10\|POW\|SQRT\)\%([ \t(]\|$\)\@=;
 syn region qzComment start="(\*" end="\*)" contains=@Spell
 syn match qzComment "//.*$" contains=@Spell
+" A comment may span many lines, blank ones too; programs are small.
+syn sync fromstart
 
 hi def link qzSection PreProc
 hi def link qzControl Conditional
