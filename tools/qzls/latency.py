@@ -4,11 +4,11 @@ program, the time from sending a change (the whole text) to receiving its
 diagnostics, and from sending a hover request on an instruction to receiving
 the answer, measured at the client through the real pipes.
 
-Usage: latency.py QZLS [EXAMPLES_DIR] [--rounds N] [--smoke]
+Usage: latency.py QZLS [EXAMPLES_DIR] [--rounds N] [--large] [--smoke]
 
 Prints a table of medians and maxima in milliseconds. --smoke runs two
 rounds and checks only that every answer came (for ctest); no time is ever
-asserted.
+asserted. --large adds a generated program of 1 MB (fewer rounds).
 """
 import argparse
 import glob
@@ -19,6 +19,7 @@ import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "tests"))
 import lsp_client  # noqa: E402
+from test_load import big_program  # noqa: E402
 
 
 def first_instruction(text):
@@ -56,6 +57,7 @@ def main():
     parser.add_argument("examples", nargs="?", default="examples")
     parser.add_argument("--rounds", type=int, default=200)
     parser.add_argument("--smoke", action="store_true")
+    parser.add_argument("--large", action="store_true")
     args = parser.parse_args()
     rounds = 2 if args.smoke else args.rounds
     lsp_client.QZLS = args.qzls
@@ -64,16 +66,23 @@ def main():
     print("| Example | Bytes | Change to diagnostics, median / max ms | Hover, median / max ms |")
     print("|---|---|---|---|")
     worst = 0.0
+    programs = []
     for path in sorted(glob.glob(os.path.join(args.examples, "*.qz"))):
         with open(path, encoding="utf-8") as f:
-            text = f.read()
-        uri = "file://" + os.path.abspath(path)
+            programs.append((os.path.basename(path), "file://" + os.path.abspath(path), f.read(), rounds))
+    for name, uri, text, count in programs:
         client.open(uri, text)
-        change, hover = measure(client, uri, text, rounds)
+        change, hover = measure(client, uri, text, count)
         worst = max(worst, max(change), max(hover))
         print("| %s | %d | %.2f / %.2f | %.2f / %.2f |" % (
-            os.path.basename(path), len(text.encode("utf-8")), statistics.median(change), max(change),
+            name, len(text.encode("utf-8")), statistics.median(change), max(change),
             statistics.median(hover), max(hover)))
+    if args.large:
+        text = big_program(1 << 20)[0]
+        client.open("file:///generated/big.qz", text)
+        change, hover = measure(client, "file:///generated/big.qz", text, max(2, rounds // 10))
+        print("| generated, not counted above | %d | %.2f / %.2f | %.2f / %.2f |" % (
+            len(text), statistics.median(change), max(change), statistics.median(hover), max(hover)))
     print()
     print("Slowest single answer: %.2f ms over %d rounds per example." % (worst, rounds))
     if client.shutdown_and_exit() != 0:
