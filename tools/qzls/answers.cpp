@@ -61,8 +61,7 @@ std::string SymbolText(const Document& document, SymbolRef symbol) {
                d.Initial + " (line " + std::to_string(LineNumberOf(document, d.NameRange.Begin)) + ")";
     }
     const qz::check::Label& label = model.Labels[symbol.Index];
-    const bool program = !model.Scopes.empty() && label.NameRange.Begin == model.Scopes[0].NameRange.Begin;
-    const char* what = program ? "program" : label.StartsSubprogram ? "subprogram" : "label";
+    const char* what = label.StartsSubprogram ? "subprogram" : "label";
     return std::string(what) + " `" + label.Name + "`, declared at line " +
            std::to_string(LineNumberOf(document, label.NameRange.Begin));
 }
@@ -104,6 +103,9 @@ Json Hover(const Document& document, size_t offset, Encoding encoding) {
             if (use.Resolved && offset >= use.Where.Begin && offset < use.Where.End) where = use.Where;
         return MarkdownHover(SymbolText(document, *symbol), RangeOf(document, where, encoding));
     }
+    const std::vector<qz::check::Scope>& scopes = document.Model.Scopes;
+    if (!scopes.empty() && offset >= scopes[0].NameRange.Begin && offset < scopes[0].NameRange.End)
+        return MarkdownHover("program `" + scopes[0].Name + "`", RangeOf(document, scopes[0].NameRange, encoding));
     Span where;
     if (const QZ_InstructionInfo* info = InstructionAt(document, offset, where))
         return MarkdownHover(InstructionLine(*info), RangeJson(document, where.Begin, where.End, encoding));

@@ -73,6 +73,24 @@ class Diagnostics(Session):
         params = self.client.change(URI, 4, [{"text": "PROG P VAR MAIN MOV @Q R0 RET"}])
         self.assertEqual([(d["code"], d["range"]) for d in params["diagnostics"]], [("23", span(0, 20, 22))])
 
+    def test_comments_are_blanked_as_the_runner_blanks_them(self):
+        text = ("PROG P\nVAR\n    X V DINT 0\nMAIN\n    (* MOV @NOPE R0\n   JMP NOWHERE *)\n"
+                "    // MOV @NOPE2 R0\n    MOV @Y R0\nRET\n")
+        self.assertEqual(self.client.open(URI, text)["diagnostics"], [{
+            "range": span(7, 8, 10), "severity": 1, "code": "23", "source": "qz",
+            "message": "variable not found (or not a valid reference)\ndid you mean `@X`?"}])
+        params = self.client.change(URI, 2, [{"text": "PROG P\nVAR\nMAIN\n    MOV 1 R0 (* unclosed\nRET\n"}])
+        self.assertEqual(params["diagnostics"], [{
+            "range": span(3, 13, 15), "severity": 1, "code": "comment", "source": "qz",
+            "message": "comment not closed: '(*' without '*)'"}])
+
+    def test_warnings_have_warning_severity(self):
+        text = "PROG P\nVAR\n    X V DINT 0\n    X V DINT 1\nMAIN\n    MOV @X R0\nRET\n"
+        self.assertEqual(self.client.open(URI, text)["diagnostics"], [{
+            "range": span(3, 4, 5), "severity": 2, "code": "duplicate-variable", "source": "qz",
+            "message": "variable declared twice: the first declaration is the one used\n"
+                       "`X` is declared first at 3:5; that declaration is the one used"}])
+
     def test_close_clears_the_diagnostics(self):
         self.client.open(URI, "PROG P VAR MAIN JMP NOWHERE RET")
         self.client.notify("textDocument/didClose", {"textDocument": {"uri": URI}})
@@ -108,6 +126,8 @@ class Hover(Session):
             "range": span(8, 12, 15)})
         self.assertEqual(self.result("textDocument/hover", 10, 13)["contents"]["value"],
                          "subprogram `BLINK`, declared at line 16")
+        self.assertEqual(self.result("textDocument/hover", 1, 7), {
+            "contents": {"kind": "markdown", "value": "program `LAMP_DEMO`"}, "range": span(1, 5, 14)})
 
     def test_blanks_and_comments_have_no_hover(self):
         self.assertIsNone(self.result("textDocument/hover", 6, 2))
