@@ -86,18 +86,21 @@ ReadResult ReadMessage(std::istream& in) {
             else result.Problem = "unusable Content-Length";
         }
     }
-    if (!haveLength || !result.Problem.empty()) {
+    if (!haveLength) {
         if (result.Problem.empty()) result.Problem = "no Content-Length";
         result.Status = ReadStatus::BadHeader;
         return result;
     }
+    // With a usable length the body is read even when another header line
+    // was garbage, so that the next message starts where it should.
     result.Body.resize(size_t(length));
     in.read(&result.Body[0], std::streamsize(length));
     if (uint64_t(in.gcount()) != length) {
         result.Status = ReadStatus::EndOfInput;  // cut off in the middle of a body
         return result;
     }
-    result.Status = ReadStatus::Message;
+    result.Status = result.Problem.empty() ? ReadStatus::Message : ReadStatus::BadHeader;
+    if (!result.Problem.empty()) result.Body.clear();
     return result;
 }
 

@@ -19,7 +19,8 @@ struct ReadResult {
 
 // Reads the next header block and its body. A block without a usable
 // Content-Length is consumed and reported as BadHeader, so that reading
-// resumes at the next block instead of guessing where a body ends.
+// resumes at the next block instead of guessing where a body ends; a block
+// with one but with a garbled line is reported too, its body skipped.
 ReadResult ReadMessage(std::istream& in);
 
 void WriteMessage(std::ostream& out, const std::string& body);

@@ -161,34 +161,31 @@ const Document* Server::DocumentOf(const Json& params) const {
     return Documents_.Find(params.at("textDocument").at("uri").get<std::string>());
 }
 
-size_t Server::OffsetOf(const Document& document, const Json& params) const {
-    return document.OffsetOf(PositionFrom(params.at("position")), Encoding_);
+Server::Target Server::TargetOf(const Json& params) const {
+    const Position position = PositionFrom(params.at("position"));
+    const Document* document = DocumentOf(params);
+    return {document, document ? document->OffsetOf(position, Encoding_) : 0};
 }
 
 Json Server::HoverRequest(const Json& params) {
-    const Document* document = DocumentOf(params);
-    const Json position = params.at("position");  // checked even for a closed document
-    if (!document) return nullptr;
-    return Hover(*document, OffsetOf(*document, params), Encoding_);
+    const Target t = TargetOf(params);
+    return t.Doc ? Hover(*t.Doc, t.Offset, Encoding_) : Json(nullptr);
 }
 
 Json Server::DefinitionRequest(const Json& params) {
-    const Document* document = DocumentOf(params);
-    if (!document) return nullptr;
-    return Definition(*document, OffsetOf(*document, params), Encoding_);
+    const Target t = TargetOf(params);
+    return t.Doc ? Definition(*t.Doc, t.Offset, Encoding_) : Json(nullptr);
 }
 
 Json Server::ReferencesRequest(const Json& params) {
-    const Document* document = DocumentOf(params);
-    if (!document) return nullptr;
+    const Target t = TargetOf(params);
     const bool withDeclaration = params.value("context", Json::object()).value("includeDeclaration", false);
-    return References(*document, OffsetOf(*document, params), withDeclaration, Encoding_);
+    return t.Doc ? References(*t.Doc, t.Offset, withDeclaration, Encoding_) : Json(nullptr);
 }
 
 Json Server::CompletionRequest(const Json& params) {
-    const Document* document = DocumentOf(params);
-    if (!document) return nullptr;
-    return Completion(*document, OffsetOf(*document, params), Encoding_);
+    const Target t = TargetOf(params);
+    return t.Doc ? Completion(*t.Doc, t.Offset, Encoding_) : Json(nullptr);
 }
 
 Json Server::SymbolsRequest(const Json& params) {

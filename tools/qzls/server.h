@@ -47,10 +47,16 @@ private:
     void DidChange(const Json& params);
     void DidClose(const Json& params);
 
-    // The document and offset a textDocument/position request points at;
-    // null when the document is not open.
+    // The document a request names; null when it is not open.
     const Document* DocumentOf(const Json& params) const;
-    size_t OffsetOf(const Document& document, const Json& params) const;
+    // The document and offset a textDocument/position request points at.
+    // The position is read first, so a malformed one is refused even for a
+    // document that is not open.
+    struct Target {
+        const Document* Doc = nullptr;
+        size_t Offset = 0;
+    };
+    Target TargetOf(const Json& params) const;
 
     struct RequestRoute {
         const char* Method;

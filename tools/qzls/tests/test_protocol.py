@@ -101,11 +101,15 @@ class MalformedMessages(unittest.TestCase):
         self.client.send_raw(b"Content-Length: twelve\r\n\r\n")
         self.client.send_raw(b"Content-Length: -5\r\n\r\n")
         self.client.send_raw(b"no colon here\r\n\r\n")
+        # A usable length with a garbled line beside it: the body is skipped
+        # whole, and reading goes on behind it.
+        body = b'{"jsonrpc": "2.0", "id": 77, "method": "shutdown"}'
+        self.client.send_raw(b"Content-Length: %d\r\ngarbage\r\n\r\n" % len(body) + body)
         answer = self.client.request("shutdown")
         self.assertEqual(answer, {"jsonrpc": "2.0", "id": 2, "result": None})
         self.client.notify("exit")
         self.assertEqual(self.client.wait(), 0)
-        self.assertEqual(self.client.stderr.count("qzls: skipped a message with a bad header"), 4)
+        self.assertEqual(self.client.stderr.count("qzls: skipped a message with a bad header"), 5)
         self.client = None
 
     def test_a_body_that_is_not_json_is_a_parse_error(self):
