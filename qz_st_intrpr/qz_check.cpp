@@ -107,6 +107,7 @@ bool ReadHeader(Analysis& a) {
         return false;
     }
     a.Out.Scopes[0].BodyStart = Range{size_t(token.Start), size_t(token.End) + 1};
+    a.BodyToken.push_back(0);
     Label label;
     label.Name = "MAIN";
     label.NameRange = a.Out.Scopes[0].BodyStart;
@@ -192,6 +193,7 @@ size_t ReadSubprogramHeader(Analysis& a, size_t i) {
     s.Extent.Begin = label.Begin;
     a.Out.Scopes.push_back(s);
     a.Tables.emplace_back();
+    a.BodyToken.push_back(a.Tokens.size());
     a.Out.Labels.back().StartsSubprogram = true;
     if (label.Scanned.Next < 0) return i + 1;
     m.SeekTo(label.Scanned.Next);
@@ -203,7 +205,10 @@ size_t ReadSubprogramHeader(Analysis& a, size_t i) {
             const size_t failed = TokenAt(a, size_t(std::max(m.TokenStart, 0)), i + 1);
             for (size_t k = failed; k < a.Tokens.size(); ++k) {
                 const uint8_t code = a.Tokens[k].Failure ? 0 : a.Tokens[k].Scanned.Code;
-                if (code == ttBODY) return k + 1;
+                if (code == ttBODY) {
+                    a.BodyToken[scope] = k + 1;
+                    return k + 1;
+                }
                 if (code == ttRET || code == ttEND || code == ttLABEL) break;
             }
             return std::max(failed + 1, i + 1);
@@ -212,6 +217,7 @@ size_t ReadSubprogramHeader(Analysis& a, size_t i) {
             const size_t body = TokenAt(a, size_t(m.TokenStart), i + 1);
             a.Out.Scopes[scope].BodyStart = Range{size_t(m.TokenStart), size_t(m.TokenEnd) + 1};
             for (size_t k = i + 1; k <= body && k < a.TokenScope.size(); ++k) a.TokenScope[k] = scope;
+            a.BodyToken[scope] = body + 1;
             return body + 1;
         }
         AddDeclaration(a, d, scope, m.TokenEnd);
@@ -256,6 +262,7 @@ void Walk(Analysis& a) {
     a.TokenScope.assign(n, 0);
     a.InstructionAt.assign(n, -1);
     size_t scope = 0;
+    bool bodyOpen = false;  // a subprogram's body that has not met its RET
     size_t i = 0;
     while (i < n) {
         const Token& t = a.Tokens[i];
@@ -270,6 +277,9 @@ void Walk(Analysis& a) {
         const uint8_t code = t.Scanned.Code;
         if (code == ttEND) {
             a.Out.Scopes[scope].Extent.End = t.End;
+            if (scope > 0 && bodyOpen)
+                a.Warning("ret-at-end", t.Begin, t.End,
+                          "end the file with a RET of its own after the last subprogram");
             break;
         }
         if (code == ttLABEL) {
@@ -278,6 +288,7 @@ void Walk(Analysis& a) {
             if (header) {
                 scope = a.Out.Scopes.size();
                 a.TokenScope[i] = scope;
+                bodyOpen = true;
                 i = ReadSubprogramHeader(a, i);
             } else {
                 ++i;
@@ -288,7 +299,10 @@ void Walk(Analysis& a) {
             ++i;
             continue;
         }
-        if (code == ttRET) a.Out.Scopes[scope].Extent.End = t.End;
+        if (code == ttRET) {
+            a.Out.Scopes[scope].Extent.End = t.End;
+            bodyOpen = false;
+        }
         if (!IsInstructionCode(code)) {
             a.Error(Qz::rcNotInstruction, t.Begin, t.End, NotInstructionNote(t));
             // What follows up to the next instruction, label or RET belongs
@@ -362,6 +376,7 @@ Model Analyse(std::string_view fileText) {
         detail::Tokenise(a);
         detail::Walk(a);
         detail::AnalyseFlow(a);
+        detail::AnalyseUses(a);
     }
     std::stable_sort(a.Out.Diagnostics.begin(), a.Out.Diagnostics.end(),
                      [](const Diagnostic& x, const Diagnostic& y) { return x.Where.Begin < y.Where.Begin; });

@@ -56,6 +56,7 @@ struct Analysis {
     std::vector<size_t> InstructionEnd;    // per instruction: index of the token after its operands
     std::vector<bool> Failed;              // per instruction: an error was reported for it
     size_t Suggestions = 0;                // near-miss notes given so far (bounded)
+    std::vector<size_t> BodyToken;         // per scope: the token its body starts at
 
     void Error(uint32_t code, size_t begin, size_t end, std::string note = {});
     void Warning(const char* id, size_t begin, size_t end, std::string note = {});
@@ -69,8 +70,10 @@ std::string VariableKey(const std::string& name);
 // Reads the operands of the instruction at token `i`; returns the index of
 // the token after them.
 size_t ReadInstruction(Analysis& a, size_t i);
-// Warnings that follow control flow and the use of variables.
+// Warnings that follow control flow (qz_check_flow.cpp) and the use of
+// variables and literals (qz_check_uses.cpp).
 void AnalyseFlow(Analysis& a);
+void AnalyseUses(Analysis& a);
 // "did you mean" for a name among candidates, or "".
 std::string NearMiss(const std::string& name, const std::vector<std::string>& candidates, const char* prefix);
 
