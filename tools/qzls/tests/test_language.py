@@ -65,7 +65,9 @@ class Diagnostics(Session):
         params = self.client.change(URI, 2, [{"range": span(8, 14, 15), "text": "X"}])
         self.assertEqual(params, {"uri": URI, "version": 2, "diagnostics": [{
             "range": span(8, 12, 15), "severity": 1, "code": "22", "source": "qz",
-            "message": "jump or call target label not found\ndid you mean `OFF`?"}]})
+            "message": "jump or call target label not found\ndid you mean `OFF`?"}, {
+            "range": span(13, 4, 7), "severity": 2, "code": "unreachable", "source": "qz",
+            "message": "no path from MAIN or a called subprogram reaches this instruction"}]})
         # Two changes in one notification, each relative to the text the one before left.
         params = self.client.change(URI, 3, [{"range": span(8, 12, 15), "text": "ON"},
                                              {"range": span(8, 12, 14), "text": "OFF"}])
