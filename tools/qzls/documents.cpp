@@ -4,10 +4,22 @@
 #include "words.h"
 
 #include <algorithm>
+#include <string_view>
+#include <unordered_map>
 
 namespace qzls {
 
 namespace {
+
+// The instruction whose operands hold `offset`: instructions are in the
+// order of the text.
+const qz::check::Instruction* InstructionHolding(const qz::check::Model& model, size_t offset) {
+    const auto after = std::upper_bound(model.Instructions.begin(), model.Instructions.end(), offset,
+                                        [](size_t o, const qz::check::Instruction& in) { return o < in.Extent.Begin; });
+    if (after == model.Instructions.begin()) return nullptr;
+    const qz::check::Instruction& in = *(after - 1);
+    return offset < in.Extent.End ? &in : nullptr;
+}
 
 // The checker resolves a jump or call target against the labels read so
 // far, so a jump forward stays unresolved in its model although the label
@@ -15,15 +27,16 @@ namespace {
 // table). Resolve those here, by the language's rule: the first label of
 // exactly that name. EXEC names are no labels and stay as they are.
 void ResolveForwardLabels(const std::string& flat, qz::check::Model& model) {
+    std::unordered_map<std::string_view, size_t> first;
+    for (size_t i = model.Labels.size(); i-- > 0;) first[model.Labels[i].Name] = i;
     for (qz::check::Use& use : model.Uses) {
         if (use.Resolved || use.Kind != qz::check::SymbolKind::Label) continue;
-        bool exec = false;
-        for (const qz::check::Instruction& in : model.Instructions)
-            if (use.Where.Begin >= in.Extent.Begin && use.Where.End <= in.Extent.End) exec = in.Code == ttEXEC;
-        if (exec) continue;
-        const std::string_view name(flat.data() + use.Where.Begin, use.Where.End - use.Where.Begin);
-        for (size_t i = 0; i < model.Labels.size() && !use.Resolved; ++i)
-            if (model.Labels[i].Name == name) use.Resolved = true, use.Target = i;
+        const qz::check::Instruction* in = InstructionHolding(model, use.Where.Begin);
+        if (in && in->Code == ttEXEC) continue;
+        const auto found = first.find(std::string_view(flat.data() + use.Where.Begin, use.Where.End - use.Where.Begin));
+        if (found == first.end()) continue;
+        use.Resolved = true;
+        use.Target = found->second;
     }
 }
 
