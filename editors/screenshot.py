@@ -62,8 +62,9 @@ def page(style, pre, diagnostics, hovers):
     items = []
     for d in diagnostics:
         start = d["range"]["start"]
-        items.append("<li><b>error %s</b> at %d:%d: %s</li>" % (
-            html.escape(d["code"]), start["line"] + 1, start["character"] + 1,
+        items.append("<li><b>%s %s</b> at %d:%d: %s</li>" % (
+            "error" if d["severity"] == 1 else "warning", html.escape(d["code"]), start["line"] + 1,
+            start["character"] + 1,
             "<br>".join(markdown(part) for part in d["message"].split("\n"))))
     for line, hover in hovers:
         items.append("<li><b>hover</b> on line %d: %s</li>" % (line + 1, markdown(hover["contents"]["value"])))
