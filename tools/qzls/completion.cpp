@@ -80,6 +80,14 @@ void AddOperandKeywords(Context& c) {
     for (uint8_t code : kOperands) c.Add(KeywordText(code), kItemKeyword, "operand");
 }
 
+// How many operands the instruction table gives an instruction.
+size_t OperandCount(const QZ_InstructionInfo& info) {
+    if (*info.Operands == 0) return 0;
+    size_t count = 1;
+    for (const char* p = info.Operands; *p != 0; ++p) count += *p == ' ';
+    return count;
+}
+
 // Declarations come before the body's MAIN or BODY.
 bool InDeclarations(const qz::check::Model& model, size_t scope, size_t offset) {
     if (model.Scopes.empty()) return false;
@@ -94,11 +102,12 @@ void CompleteInBody(Context& c, const std::vector<Span>& before) {
         if (c.Doc.Flat[it->End - 1] != ':') words.push_back(*it);
     if (words.empty()) return AddInstructions(c);
     const uint8_t code = FindKeyword(WordText(c.Doc, words[0]).c_str());
-    if (!IsInstructionCode(code) || words.size() > 1) return;
+    const QZ_InstructionInfo* info = InstructionInfoOf(code);
+    if (!info || words.size() > OperandCount(*info)) return;  // no operand is due here
     if (code == ttJMP || code == ttJMPF || code == ttJMPT) return AddLabels(c, false);
     if (code == ttCAL) return AddLabels(c, true);
     if (code == ttEXEC) return AddBuiltins(c);
-    if (code != ttRET) AddOperandKeywords(c);
+    AddOperandKeywords(c);
 }
 
 }  // namespace

@@ -210,6 +210,17 @@ class Completion(Session):
                                     "textEdit": {"range": span(7, 4, 5), "newText": "CAL"}})
         self.assertEqual(items[33]["label"], "RET")
 
+    def test_operand_keywords_while_operands_are_due(self):
+        operands = ["A0", "R0", "R1", "NIL", "PUSH", "POP", "TICK"]
+        text = SAMPLE.replace("    MOV     @N      R0", "    MOV     @N      ")
+        self.assertEqual(self.labels(self.complete(text, 18, 20)), operands)
+        text = SAMPLE.replace("    TST     R0", "    TST     ")
+        self.assertEqual(self.labels(self.complete(text, 7, 12)), operands)
+        text = SAMPLE.replace("    TST     R0", "    TST     R0 ")
+        self.assertEqual(self.complete(text, 7, 15), [])
+        text = SAMPLE.replace("    RET\nOFF:", "    RET \nOFF:")
+        self.assertEqual(self.complete(text, 11, 8), [])
+
     def test_kinds_then_types_in_declarations(self):
         text = SAMPLE.replace("    LAMP    VO  BOOL 0", "    LAMP    ")
         self.assertEqual(self.labels(self.complete(text, 4, 12)), ["V", "VI", "VO", "VIO", "VG", "TVG", "TVR"])
