@@ -2,6 +2,7 @@
 1,000 times. Every request is answered once, with its own id, nothing is
 lost or crashes, and the server's memory stays flat."""
 import os
+import random
 import unittest
 
 from lsp_client import Client, span
@@ -94,6 +95,40 @@ class ManyChanges(unittest.TestCase):
         self.assertTrue(all(a["result"]["range"] == span(7, 4, 7) for a in answers))
         published = [n for n in client.notifications if n["method"] == "textDocument/publishDiagnostics"]
         self.assertEqual([n["params"]["version"] for n in published], list(range(2, 102)))
+        self.assertEqual(client.shutdown_and_exit(), 0)
+
+
+class RandomEdits(unittest.TestCase):
+    """Edits and requests at random places, odd ones included (inside a
+    surrogate pair, past a line's end, past the last line, ranges given end
+    first): the server answers every request with its own id and stays up.
+    The seed is fixed, so every run is the same run."""
+
+    PIECES = ["MOV", " @", "^", "R0", " ", "\n", "(*", "*)", "//", "JMP ", "L1:", "CAL ", "EXEC sqrt",
+              "VAR", "MAIN", "BODY", "RET", "\U0001F600", "ÄÖ", "\t", "16#F", "\r\n", "X V DINT 0\n"]
+
+    def test_300_random_edits_and_requests(self):
+        rng = random.Random(20261123)
+        client = Client(self)
+        client.initialize(rng.choice([None, ["utf-8"], ["utf-16"]]))
+        client.open(URI, ManyChanges.TEXT)
+        methods = ["textDocument/hover", "textDocument/definition", "textDocument/completion",
+                   "textDocument/references"]
+        for version in range(2, 302):
+            start = {"line": rng.randint(0, 12), "character": rng.randint(0, 40)}
+            end = {"line": rng.randint(0, 12), "character": rng.randint(0, 40)}
+            text = "".join(rng.choice(self.PIECES) for _ in range(rng.randint(0, 4)))
+            params = client.change(URI, version, [{"range": {"start": start, "end": end}, "text": text}])
+            self.assertEqual(params["version"], version)
+            method = rng.choice(methods)
+            answer = client.at(method, URI, rng.randint(-1, 14), rng.randint(-1, 45),
+                               context={"includeDeclaration": True})
+            self.assertIn("result", answer, answer)
+            if version % 50 == 0:
+                self.assertIn("result", client.request("textDocument/formatting", {
+                    "textDocument": {"uri": URI}, "options": {"tabSize": 4, "insertSpaces": True}}))
+                self.assertIn("result", client.request("textDocument/documentSymbol",
+                                                       {"textDocument": {"uri": URI}}))
         self.assertEqual(client.shutdown_and_exit(), 0)
 
 
