@@ -241,6 +241,15 @@ Summary Flow::Explore(size_t entry, bool main) {
 void Flow::Run() {
     const size_t entry = FirstInstructionFrom(A.BodyToken.empty() ? 0 : A.BodyToken[0]);
     if (entry != kNone && A.Out.Scopes.size() > 0 && A.Out.Instructions[entry].ScopeIndex == 0) Explore(entry, true);
+    // Falling from a reached instruction (or MAIN's start) into a header.
+    for (const Analysis::FallInto& fall : A.Falls) {
+        const bool reached = fall.From < 0 || Reached[size_t(fall.From)];
+        if (!reached || (fall.From >= 0 && A.Failed[size_t(fall.From)])) continue;
+        const Token& t = A.Tokens[fall.Token];
+        A.Error(Qz::rcNotInstruction, t.Begin, t.End,
+                "running falls through into the subprogram `" + A.Out.Scopes[fall.Scope].Name +
+                    "`; end the body before it with RET or JMP");
+    }
     // One warning for each run of instructions that nothing reaches.
     for (size_t k = 0; k < Reached.size(); ++k) {
         A.Out.Instructions[k].Reachable = Reached[k];
