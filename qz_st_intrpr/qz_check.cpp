@@ -263,6 +263,8 @@ void Walk(Analysis& a) {
     a.InstructionAt.assign(n, -1);
     size_t scope = 0;
     bool bodyOpen = false;  // a subprogram's body that has not met its RET
+    uint8_t lastCode = 0;   // the last instruction read (0: none yet)
+    int64_t lastInstruction = -1;
     size_t i = 0;
     while (i < n) {
         const Token& t = a.Tokens[i];
@@ -285,6 +287,13 @@ void Walk(Analysis& a) {
         if (code == ttLABEL) {
             const bool header = StartsSubprogram(a, i);
             AddLabel(a, i, header ? a.Out.Scopes.size() : scope);
+            if (header && lastCode != ttRET && lastCode != ttJMP && i + 1 < n && !a.Tokens[i + 1].Failure) {
+                // Running goes on past the label into the locals, or into a
+                // BODY that only a call passes over.
+                const bool body = a.Tokens[i + 1].Scanned.Code == ttBODY;
+                if (!body || scope == 0)
+                    a.Falls.push_back({lastInstruction, i + 1, a.Out.Scopes.size()});
+            }
             if (header) {
                 scope = a.Out.Scopes.size();
                 a.TokenScope[i] = scope;
@@ -311,6 +320,8 @@ void Walk(Analysis& a) {
                 a.TokenScope[i] = scope;
             continue;
         }
+        lastCode = code;
+        lastInstruction = int64_t(a.Out.Instructions.size());
         i = ReadInstruction(a, i);
     }
     for (size_t k = 1; k < a.Out.Scopes.size(); ++k)

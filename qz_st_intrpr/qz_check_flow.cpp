@@ -15,6 +15,7 @@
 #include <QString>
 #include <algorithm>
 #include <set>
+#include <unordered_map>
 #include <unordered_set>
 
 namespace qz::check::detail {
@@ -42,6 +43,8 @@ struct Summary {
     bool AlwaysSetsFlag = false;
 };
 
+class Exploration;
+
 class Flow {
 public:
     explicit Flow(Analysis& a) : A(a), Reached(a.Out.Instructions.size(), false) { Build(); }
@@ -53,9 +56,8 @@ private:
         return token < NextInstruction.size() ? NextInstruction[token] : kNone;
     }
     size_t LabelTarget(const std::string& name, size_t* scope) const;
-    // Explores from `entry`; `main` reports what only holds for a cycle.
-    Summary Explore(size_t entry, bool main);
     const Summary& SummaryOf(size_t scope);
+    friend class Exploration;
 
     Analysis& A;
     std::vector<Node> Nodes;
@@ -63,6 +65,10 @@ private:
     std::vector<bool> Reached;
     std::vector<Summary> Summaries;
     std::set<size_t> Warned;  // instructions warned about (one warning each)
+    std::unordered_map<size_t, size_t> ScopeAt;  // a subprogram's label position -> its scope
+    static constexpr size_t kNestingLimit = 64;
+    size_t Nesting = 0;
+    std::vector<size_t> Deferred;  // subprograms called too deep to summarise at once
 };
 
 size_t Flow::LabelTarget(const std::string& name, size_t* scope) const {
@@ -73,15 +79,15 @@ size_t Flow::LabelTarget(const std::string& name, size_t* scope) const {
     if (it == A.Tokens.end() || it->Begin != size_t(label->LabelStart)) return kNone;
     const size_t token = size_t(it - A.Tokens.begin());
     if (scope) {
-        *scope = kNone;
-        for (size_t s = 1; s < A.Out.Scopes.size(); ++s)
-            if (A.Out.Scopes[s].NameRange.Begin == it->Begin) *scope = s;
+        const auto found = ScopeAt.find(it->Begin);
+        *scope = found == ScopeAt.end() ? kNone : found->second;
     }
     return token;
 }
 
 void Flow::Build() {
     const size_t n = A.Tokens.size();
+    for (size_t s = 1; s < A.Out.Scopes.size(); ++s) ScopeAt.emplace(A.Out.Scopes[s].NameRange.Begin, s);
     NextInstruction.assign(n + 1, kNone);
     for (size_t t = n; t-- > 0;)
         NextInstruction[t] = A.InstructionAt[t] >= 0 ? size_t(A.InstructionAt[t]) : NextInstruction[t + 1];
@@ -124,123 +130,165 @@ void Flow::Build() {
     }
 }
 
-const Summary& Flow::SummaryOf(size_t scope) {
-    Summary& s = Summaries[scope];
-    if (s.Done || s.Busy) return s;
-    s.Busy = true;
-    const size_t entry = FirstInstructionFrom(A.BodyToken[scope]);
-    Summary result = entry == kNone ? Summary{} : Explore(entry, false);
-    result.Done = true;
-    Summaries[scope] = result;
-    return Summaries[scope];
-}
+// One exploration: from a body's first instruction, every (instruction,
+// depth, flag) state it can reach.
+class Exploration {
+public:
+    Exploration(Flow& flow, bool main) : F(flow), Main(main) { Result.AlwaysSetsFlag = true; }
+    Summary Run(size_t entry);
 
-Summary Flow::Explore(size_t entry, bool main) {
+private:
     struct State {
         size_t Node;
         int Depth;
         bool Flag;
     };
-    Summary summary;
-    summary.AlwaysSetsFlag = true;
-    bool anyExit = false;
-    std::unordered_set<uint64_t> seen;
-    std::vector<std::set<int>> depths(Nodes.size());
-    std::vector<State> work{{entry, 0, false}};
-    size_t grownAt = kNone;
-    auto key = [](const State& s) { return (uint64_t(s.Node) << 20) | (uint64_t(s.Depth + 512) << 1) | s.Flag; };
-    // `at`: the RET, or kNone for the final RET of the text.
-    auto exit = [&](int depth, bool flag, size_t at) {
-        anyExit = true;
-        summary.Exits.insert(depth);
-        if (!flag) summary.AlwaysSetsFlag = false;
-        if (!main || depth <= 0 || !Warned.insert(at).second) return;
-        Range where{A.Text.size(), A.Text.size()};
-        if (at != kNone) where = A.Out.Instructions[at].Word;
-        else if (!A.Tokens.empty()) where = Range{A.Tokens.back().Begin, A.Tokens.back().End};
-        A.Warning("stack-growth", where.Begin, where.End,
-                  "a path through the cycle leaves " + std::to_string(depth) +
-                      " value(s) on the value stack, so it grows every cycle");
-    };
-    auto go = [&](size_t node, int depth, bool flag, size_t) {
-        if (node == kNone) {
-            exit(depth, flag, kNone);  // the body runs into the end of the text
-            return;
-        }
-        if (std::abs(depth) > kDepthLimit || depths[node].size() >= kDepthsPerNode) {
-            if (!depths[node].count(depth) && grownAt == kNone) grownAt = node;
-            return;
-        }
-        const State s{node, depth, flag};
-        if (seen.insert(key(s)).second) {
-            depths[node].insert(depth);
-            work.push_back(s);
-        }
-    };
-    while (!work.empty()) {
-        const State s = work.back();
-        work.pop_back();
-        const Node& node = Nodes[s.Node];
-        Reached[s.Node] = true;
-        int depth = s.Depth;
-        bool flag = s.Flag;
-        if (node.Code == ttRET) {
-            exit(depth, flag, s.Node);
-            continue;
-        }
-        if (node.Pops > 0) {
-            if (main && depth - node.Pops < 0) {
-                if (node.PopToken != kNone && Warned.insert(s.Node).second)
-                    A.Warning("stack-underflow", A.Tokens[node.PopToken].Begin, A.Tokens[node.PopToken].End,
-                              "no path to here is known to push the value this POP takes");
-                depth = node.Pops;  // read on as if the value were there: one finding, not a cascade
-            }
-            depth -= node.Pops;
-            summary.DeepestPop = std::min(summary.DeepestPop, depth);
-        }
-        depth += node.Pushes;
-        if (node.BuiltinPops) depth = main ? std::max(0, depth - node.BuiltinPops) : depth - node.BuiltinPops;
-        if (node.Code == ttTST) flag = true;
-        if ((node.Code == ttJMPF || node.Code == ttJMPT) && main && !flag && !A.Failed[s.Node] &&
-            Warned.insert(s.Node).second) {
-            const Instruction& insn = A.Out.Instructions[s.Node];
-            A.Warning("flag-unset", insn.Word.Begin, insn.Word.End,
-                      "the test flag still holds what the previous cycle left; TST a register first");
-        }
-        if (node.Code == ttCAL && node.Callee != kNone) {
-            const Summary& callee = SummaryOf(node.Callee);
-            if (callee.Busy && !callee.Done) {
-                go(node.Next, depth, flag, s.Node);  // a recursion: taken as balanced
-                continue;
-            }
-            if (main && depth + callee.DeepestPop < 0 && Warned.insert(s.Node).second) {
-                const Instruction& insn = A.Out.Instructions[s.Node];
-                A.Warning("stack-underflow", insn.Word.Begin, insn.Extent.End,
-                          "`" + A.Out.Scopes[node.Callee].Name + "` pops " + std::to_string(-callee.DeepestPop) +
-                              " value(s) and the stack may hold fewer here");
-            }
-            for (int e : callee.Exits) go(node.Next, depth + e, flag || callee.AlwaysSetsFlag, s.Node);
-            continue;
-        }
-        if (node.Code == ttJMP && node.Target != kNone) {
-            go(node.Target, depth, flag, s.Node);
-            continue;
-        }
-        if ((node.Code == ttJMPF || node.Code == ttJMPT) && node.Target != kNone) go(node.Target, depth, flag, s.Node);
-        go(node.Next, depth, flag, s.Node);
+    void Exit(int depth, bool flag, size_t at);
+    void Go(size_t node, int depth, bool flag);
+    void Step(const State& s);
+    int Pop(const State& s, int depth);
+    void Call(const State& s, const Node& node, int depth, bool flag);
+    void Warn(size_t at, const char* id, Range where, const std::string& note) {
+        if (F.Warned.insert(at).second) F.A.Warning(id, where.Begin, where.End, note);
     }
-    if (!anyExit) summary.AlwaysSetsFlag = false;
-    if (grownAt != kNone && Warned.insert(grownAt).second) {
-        const Instruction& insn = A.Out.Instructions[grownAt];
-        A.Warning("stack-growth", insn.Word.Begin, insn.Word.End,
-                  "a loop through here pushes more values than it pops");
+
+    Flow& F;
+    const bool Main;
+    Summary Result;
+    bool AnyExit = false;
+    std::unordered_set<uint64_t> Seen;
+    std::unordered_map<size_t, std::set<int>> Depths;  // only what this exploration visits
+    std::vector<State> Work;
+    size_t GrownAt = kNone;
+};
+
+// `at`: the RET, or kNone for the final RET of the text.
+void Exploration::Exit(int depth, bool flag, size_t at) {
+    AnyExit = true;
+    Result.Exits.insert(depth);
+    if (!flag) Result.AlwaysSetsFlag = false;
+    if (!Main || depth <= 0) return;
+    Range where{F.A.Text.size(), F.A.Text.size()};
+    if (at != kNone) where = F.A.Out.Instructions[at].Word;
+    else if (!F.A.Tokens.empty()) where = Range{F.A.Tokens.back().Begin, F.A.Tokens.back().End};
+    Warn(at, "stack-growth", where,
+         "a path through the cycle leaves " + std::to_string(depth) + " value(s) on the value stack, so it grows "
+         "every cycle");
+}
+
+void Exploration::Go(size_t node, int depth, bool flag) {
+    if (node == kNone) {
+        Exit(depth, flag, kNone);  // the body runs into the end of the text
+        return;
     }
-    return summary;
+    std::set<int>& depths = Depths[node];
+    if (std::abs(depth) > kDepthLimit || depths.size() >= kDepthsPerNode) {
+        if (!depths.count(depth) && GrownAt == kNone) GrownAt = node;
+        return;
+    }
+    const State s{node, depth, flag};
+    if (Seen.insert((uint64_t(node) << 20) | (uint64_t(depth + 512) << 1) | uint64_t(flag)).second) {
+        depths.insert(depth);
+        Work.push_back(s);
+    }
+}
+
+int Exploration::Pop(const State& s, int depth) {
+    const Node& node = F.Nodes[s.Node];
+    if (Main && depth - node.Pops < 0) {
+        const Token& pop = F.A.Tokens[node.PopToken];
+        Warn(s.Node, "stack-underflow", Range{pop.Begin, pop.End},
+             "no path to here is known to push the value this POP takes");
+        depth = node.Pops;  // read on as if the value were there: one finding, not a cascade
+    }
+    depth -= node.Pops;
+    Result.DeepestPop = std::min(Result.DeepestPop, depth);
+    return depth;
+}
+
+void Exploration::Call(const State& s, const Node& node, int depth, bool flag) {
+    const Summary& callee = F.SummaryOf(node.Callee);
+    if (!callee.Done) {
+        Go(node.Next, depth, flag);  // a recursion, or nested too deep: taken as balanced
+        return;
+    }
+    if (Main && depth + callee.DeepestPop < 0) {
+        const Instruction& insn = F.A.Out.Instructions[s.Node];
+        Warn(s.Node, "stack-underflow", Range{insn.Word.Begin, insn.Extent.End},
+             "`" + F.A.Out.Scopes[node.Callee].Name + "` pops " + std::to_string(-callee.DeepestPop) +
+                 " value(s) and the stack may hold fewer here");
+    }
+    for (int e : callee.Exits) Go(node.Next, depth + e, flag || callee.AlwaysSetsFlag);
+}
+
+void Exploration::Step(const State& s) {
+    const Node& node = F.Nodes[s.Node];
+    F.Reached[s.Node] = true;
+    if (node.Code == ttRET) return Exit(s.Depth, s.Flag, s.Node);
+    int depth = node.Pops > 0 ? Pop(s, s.Depth) : s.Depth;
+    depth += node.Pushes;
+    // A built-in on an empty stack reads 0 instead of failing.
+    if (node.BuiltinPops) depth = Main ? std::max(0, depth - node.BuiltinPops) : depth - node.BuiltinPops;
+    const bool flag = s.Flag || node.Code == ttTST;
+    const bool conditional = node.Code == ttJMPF || node.Code == ttJMPT;
+    if (conditional && Main && !flag && !F.A.Failed[s.Node])
+        Warn(s.Node, "flag-unset", F.A.Out.Instructions[s.Node].Word,
+             "the test flag still holds what the previous cycle left; TST a register first");
+    if (node.Code == ttCAL && node.Callee != kNone) return Call(s, node, depth, flag);
+    if (node.Target != kNone && (node.Code == ttJMP || conditional)) Go(node.Target, depth, flag);
+    if (node.Code != ttJMP || node.Target == kNone) Go(node.Next, depth, flag);
+}
+
+Summary Exploration::Run(size_t entry) {
+    Go(entry, 0, false);
+    while (!Work.empty()) {
+        const State s = Work.back();
+        Work.pop_back();
+        Step(s);
+    }
+    if (!AnyExit) Result.AlwaysSetsFlag = false;
+    if (GrownAt != kNone)
+        Warn(GrownAt, "stack-growth", F.A.Out.Instructions[GrownAt].Word,
+             "a loop through here pushes more values than it pops");
+    return Result;
+}
+
+const Summary& Flow::SummaryOf(size_t scope) {
+    Summary& s = Summaries[scope];
+    if (s.Done || s.Busy) return s;
+    // Calls nested deeper than this are summarised later, on their own,
+    // so that no text can make the checker recurse without bound.
+    if (Nesting >= kNestingLimit) {
+        Deferred.push_back(scope);
+        return s;
+    }
+    s.Busy = true;
+    ++Nesting;
+    const size_t entry = FirstInstructionFrom(A.BodyToken[scope]);
+    Summary result = entry == kNone ? Summary{} : Exploration(*this, false).Run(entry);
+    --Nesting;
+    result.Done = true;
+    Summaries[scope] = result;
+    return Summaries[scope];
 }
 
 void Flow::Run() {
     const size_t entry = FirstInstructionFrom(A.BodyToken.empty() ? 0 : A.BodyToken[0]);
-    if (entry != kNone && A.Out.Scopes.size() > 0 && A.Out.Instructions[entry].ScopeIndex == 0) Explore(entry, true);
+    if (entry != kNone && A.Out.Instructions[entry].ScopeIndex == 0) Exploration(*this, true).Run(entry);
+    while (!Deferred.empty()) {
+        const size_t scope = Deferred.back();
+        Deferred.pop_back();
+        SummaryOf(scope);
+    }
+    // Falling from a reached instruction (or MAIN's start) into a header.
+    for (const Analysis::FallInto& fall : A.Falls) {
+        const bool reached = fall.From < 0 || Reached[size_t(fall.From)];
+        if (!reached || (fall.From >= 0 && A.Failed[size_t(fall.From)])) continue;
+        const Token& t = A.Tokens[fall.Token];
+        A.Error(Qz::rcNotInstruction, t.Begin, t.End,
+                "running falls through into the subprogram `" + A.Out.Scopes[fall.Scope].Name +
+                    "`; end the body before it with RET or JMP");
+    }
     // One warning for each run of instructions that nothing reaches.
     for (size_t k = 0; k < Reached.size(); ++k) {
         A.Out.Instructions[k].Reachable = Reached[k];

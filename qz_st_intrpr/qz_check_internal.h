@@ -57,6 +57,15 @@ struct Analysis {
     std::vector<bool> Failed;              // per instruction: an error was reported for it
     size_t Suggestions = 0;                // near-miss notes given so far (bounded)
     std::vector<size_t> BodyToken;         // per scope: the token its body starts at
+    // Places where running falls from a body into a subprogram's header:
+    // the instruction before it (or -1 for MAIN's start) and the token that
+    // would stop it.
+    struct FallInto {
+        int64_t From;
+        size_t Token;
+        size_t Scope;  // the subprogram fallen into
+    };
+    std::vector<FallInto> Falls;
 
     void Error(uint32_t code, size_t begin, size_t end, std::string note = {});
     void Warning(const char* id, size_t begin, size_t end, std::string note = {});

@@ -84,6 +84,9 @@ const Case kCases[] = {
     {"scan error without VAR", "PROG P MAIN MOV 16#G R0 RET", 34},
     {"operand error without VAR", "PROG P MAIN MOV 1 POP RET", 43},
     {"program name at the end", "PROG P", 6},
+    {"falling into locals", "PROG P VAR MAIN MOV 1 R0 S: X V DINT 0 BODY RET RET", 14},
+    {"falling into BODY", "PROG P VAR MAIN MOV 1 R0 S: BODY RET RET", 14},
+    {"falling from a subprogram", "PROG P VAR MAIN CAL S RET S: BODY MOV 1 R0 T: X V DINT 0 BODY RET RET", 14},
     {"non-ASCII names keep their offsets", "PROG Ü VAR СЧЕТ V DINT 0 MAIN MOV 1 @СЧЁТ RET", 23},
 };
 
