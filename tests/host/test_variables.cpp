@@ -511,3 +511,30 @@ TEST_F(HostVariables, WithoutAProgramNothingIsFound) {
 }
 
 }  // namespace
+
+namespace {
+
+struct RecoverProbe {
+    decltype(&QZRecover) Recover;
+    IQZSTInterpretator* Object;
+    std::vector<uint32_t> Codes;
+};
+
+void RecoverFromTrace(void* context, const QZTraceEvent*) {
+    RecoverProbe& probe = *static_cast<RecoverProbe*>(context);
+    probe.Codes.push_back(probe.Recover(probe.Object));
+}
+
+TEST_F(HostVariables, RecoveryFromInsideACycleIsRefused) {
+    ASSERT_EQ(object->InitInterpretator(kDivider), 0u);
+    RecoverProbe probe{Recover, object, {}};
+    plugin.SetTrace(object, RecoverFromTrace, &probe);
+    ASSERT_EQ(Run(4), 0u);
+    plugin.SetTrace(object, nullptr, nullptr);
+    ASSERT_FALSE(probe.Codes.empty());
+    for (uint32_t code : probe.Codes) EXPECT_EQ(code, uint32_t(Qz::rcInCycle));
+    EXPECT_EQ(host.Outputs["RESULT"], 25.0);
+    EXPECT_EQ(Recover(object), 0u) << "between cycles it is fine";
+}
+
+}  // namespace
