@@ -22,6 +22,7 @@ from . import _native
 __all__ = [
     "Program", "load", "Outputs", "Variable", "QzError", "LoadError", "CycleError",
     "NotAvailableError", "check", "check_available", "result_message", "result_name", "library_version",
+    "library_path",
     "TYPE_NAMES", "KIND_NAMES",
 ]
 
@@ -39,6 +40,11 @@ Variable = namedtuple("Variable", "name kind type ordinal value")
 
 def library_version():
     return _lib.qz_version().decode()
+
+
+def library_path():
+    """Where the library was found (QZST_LIBRARY, the package, the loader)."""
+    return _native.loaded_from
 
 
 def result_message(code):

@@ -88,18 +88,24 @@ def _candidates():
     yield "libqz_st_intrpr.so.1"
 
 
+loaded_from = None  # the path the library was loaded from
+
+
 def load_library():
+    global loaded_from
     errors = []
     for path in _candidates():
         try:
             lib = ctypes.CDLL(path)
-        except OSError as error:
+            getattr(lib, "qz_new")
+        except (OSError, AttributeError) as error:
             errors.append(str(error))
             continue
         for name, (restype, argtypes) in _SIGNATURES.items():
             function = getattr(lib, name)
             function.restype = restype
             function.argtypes = argtypes
+        loaded_from = path
         return lib
     raise ImportError("qzst cannot find libqz_st_intrpr (set QZST_LIBRARY to its path): " + "; ".join(errors))
 

@@ -1,5 +1,11 @@
 """The qzst package as an engineer uses it in unit tests of a program."""
 
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+
 import pytest
 
 import qzst
@@ -166,3 +172,29 @@ def test_on_delay_switches_after_one_second(examples):
     timer.simulate_time(100)
     outputs = [timer.cycle(IN=1, PT=1000)["Q"] for _ in range(12)]
     assert outputs.index(1) == 10
+
+
+def _import_in_a_new_process(tmp_path, env):
+    return subprocess.run([sys.executable, "-c", "import qzst; print(qzst.library_path())"],
+                          env=env, cwd=tmp_path, capture_output=True, text=True)
+
+
+def test_the_library_is_found_beside_the_package(tmp_path):
+    # A copy of the package with the library in its directory, and no
+    # QZST_LIBRARY: the copy beside it is the one loaded.
+    package = tmp_path / "qzst"
+    shutil.copytree(pathlib.Path(qzst.__file__).parent, package,
+                    ignore=shutil.ignore_patterns("__pycache__", "libqz_st_intrpr.so*"))
+    shutil.copy(qzst.library_path(), package / "libqz_st_intrpr.so.1")
+    env = {k: v for k, v in os.environ.items() if k != "QZST_LIBRARY"}
+    env["PYTHONPATH"] = str(tmp_path)
+    result = _import_in_a_new_process(tmp_path, env)
+    assert result.returncode == 0, result.stderr
+    assert result.stdout.strip() == str(package / "libqz_st_intrpr.so.1")
+
+
+def test_a_wrong_library_path_is_reported(tmp_path):
+    env = dict(os.environ, QZST_LIBRARY=str(tmp_path / "missing.so"))
+    result = _import_in_a_new_process(tmp_path, env)
+    assert result.returncode != 0
+    assert "qzst cannot find libqz_st_intrpr (set QZST_LIBRARY to its path)" in result.stderr

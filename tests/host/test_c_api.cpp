@@ -322,3 +322,36 @@ TEST_F(CInterface, HostileArguments) {
 }
 
 }  // namespace
+
+namespace {
+
+// A callback that tries to reload, rerun, recover or close the handle that
+// is running it gets 114 and changes nothing.
+struct Reentry {
+    CApi* C;
+    qz_state* Q;
+    std::vector<int> Codes;
+};
+
+void ReenterFromInput(void* context, const char*, size_t, double* value) {
+    Reentry& r = *static_cast<Reentry*>(context);
+    r.Codes.push_back(r.C->qz_load(r.Q, "PROG P MAIN RET", 15));
+    r.Codes.push_back(r.C->qz_load_source(r.Q, "PROG P MAIN RET", 15));
+    r.Codes.push_back(r.C->qz_run(r.Q, nullptr, nullptr, nullptr));
+    r.Codes.push_back(r.C->qz_recover(r.Q));
+    r.C->qz_close(r.Q);
+    *value = 4;
+}
+
+TEST_F(CInterface, CallbacksCannotPullTheCycleFromUnderItself) {
+    ASSERT_EQ(c.qz_load(Q, kDivider.data(), kDivider.size()), QZ_rcOK);
+    Reentry r{&c, Q, {}};
+    ASSERT_EQ(c.qz_run(Q, ReenterFromInput, nullptr, &r), QZ_rcOK);
+    EXPECT_EQ(r.Codes, (std::vector<int>{QZ_rcInCycle, QZ_rcInCycle, QZ_rcInCycle, QZ_rcInCycle}));
+    double result = 0;
+    ASSERT_EQ(c.qz_get_variable(Q, "RESULT", 6, &result, nullptr), QZ_rcOK) << "the handle is still open";
+    EXPECT_EQ(result, 25.0);
+    ASSERT_EQ(c.qz_run(Q, nullptr, nullptr, nullptr), QZ_rcDivisionByZero) << "and runs again afterwards";
+}
+
+}  // namespace
