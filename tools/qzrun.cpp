@@ -10,6 +10,7 @@
 #include "source_text.h"
 #include "stimulus.h"
 #include "value_format.h"
+#include "live/live_view.h"
 
 #include <QHash>
 #include <QSet>
@@ -115,6 +116,16 @@ Time:
                      of running the cycles back to back.
                        qzrun beacon.qz --set ENABLE=1 --period 50 --csv
 
+Live view:
+  --serve [ADDR:]PORT
+                     Run the program in real time (a cycle every --period MS,
+                     default 100) and serve a page that shows its source,
+                     variables, trend and statistics, and lets you set inputs,
+                     force variables, pause and step. Listens on 127.0.0.1
+                     unless ADDR is given; PORT 0 picks a free port. Prints
+                     the page's address with the token that changes need.
+                       qzrun --serve 8080 motor_latch.qz
+
 Other:
   -h, --help         Show this help.
   --version          Show the version.
@@ -153,6 +164,8 @@ struct Options {
     bool SimulatedTime = false;
     uint32_t SimulatedStep = 0;
     uint32_t PeriodMs = 0;
+    bool Serve = false;
+    std::string ServeAddress;  // --serve [ADDR:]PORT
 };
 
 [[noreturn]] void UsageError(const std::string& message) {
@@ -268,6 +281,9 @@ Options ParseOptions(int argc, char** argv) {
             options.SimulatedTime = true;
             options.SimulatedStep = uint32_t(ParseCount(arg, takeValue(), 86'400'000));
             if (options.SimulatedStep == 0) UsageError("--sim-time needs at least 1 millisecond a cycle");
+        } else if (arg == "--serve") {
+            options.Serve = true;
+            options.ServeAddress = takeValue();
         } else if (arg == "--period") {
             options.PeriodMs = uint32_t(ParseCount(arg, takeValue(), 86'400'000));
         } else {
@@ -621,7 +637,26 @@ struct InterpreterHandle {
     ~InterpreterHandle() { Object->Destroy(); }
 };
 
+int Serve(const Options& options) {
+    qzlive::LiveOptions live;
+    std::string error;
+    if (!qzlive::ParseServeAddress(options.ServeAddress, live, error)) UsageError(error);
+    live.ProgramPath = options.ProgramPath;
+    live.InputsPath = options.InputsPath;
+    live.Constants = options.Constants;
+    if (options.PeriodMs) live.PeriodMs = options.PeriodMs;
+    live.SimulatedTime = options.SimulatedTime;
+    live.SimulatedStep = options.SimulatedStep;
+    live.MaxSteps = options.MaxSteps;
+    live.MaxStack = options.MaxStack;
+    live.MaxDepth = options.MaxDepth;
+    live.MaxMemoryBytes = options.MaxMemoryMb << 20;
+    live.MaxFileBytes = options.MaxFileBytes;
+    return qzlive::RunLiveView(live);
+}
+
 int Run(const Options& options) {
+    if (options.Serve) return Serve(options);
     std::string bytes;
     std::string error;
     if (!qzrun::ReadInputFile(options.ProgramPath, options.MaxFileBytes, bytes, error)) {
