@@ -303,7 +303,7 @@ async function start() {
   view.program = program;
   view.trendCapacity = program.trendCapacity;
   $('program-path').textContent = program.path;
-  for (const v of program.variables) if ((v.kind === 'VI' || v.kind === 'VO') && view.chosen.size < 8) view.chosen.add(v.name);
+  for (const v of program.variables) if (v.kind === 'VO' && view.chosen.size < 8) view.chosen.add(v.name);
   renderSource(program);
   renderVariables(program);
   makeChart();
