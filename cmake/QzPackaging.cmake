@@ -13,6 +13,8 @@ install(FILES
     ${PROJECT_SOURCE_DIR}/include/qz_st_interpretator.h
     ${PROJECT_SOURCE_DIR}/include/qz_st_interface.h
     ${PROJECT_SOURCE_DIR}/include/qz_st_result_codes.h
+    ${PROJECT_SOURCE_DIR}/include/qz_st_variables.h
+    ${PROJECT_SOURCE_DIR}/include/qz_c.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qz_st_intrpr)
 if(TARGET qzrun)
   install(TARGETS qzrun RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -44,7 +46,7 @@ install(FILES ${PROJECT_BINARY_DIR}/qz_st_intrpr.pc DESTINATION ${CMAKE_INSTALL_
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
-  FILES_MATCHING PATTERN "*.qz" PATTERN "*.csv" PATTERN "*.md" PATTERN "*.cpp"
+  FILES_MATCHING PATTERN "*.qz" PATTERN "*.csv" PATTERN "*.md" PATTERN "*.cpp" PATTERN "*.c"
                  PATTERN "host/CMakeLists.txt"
   PATTERN "tests" EXCLUDE)
 

@@ -1,11 +1,17 @@
 // Every result code the interpreter returns, named once, with its meaning.
 //
 // The same table gives the enumerators used inside the library and the short
-// texts that diagnostics (the qzrun runner, host logs) print.
+// texts that diagnostics (the qzrun runner, host logs) print. The table
+// itself is plain preprocessor text, so the C API's header (qz_c.h) builds
+// its enumeration from it in C as well.
 #ifndef QZ_ST_RESULT_CODES_H
 #define QZ_ST_RESULT_CODES_H
 
+#ifdef __cplusplus
 #include <cstdint>
+#else
+#include <stdint.h>
+#endif
 
 // X(enumerator, code, meaning)
 #define QZ_RESULT_CODES(X)                                                                  \
@@ -63,8 +69,17 @@
     X(rcCallDepthLimit, 102, "call depth limit reached")                                     \
     X(rcMemoryLimit, 103, "memory ceiling of the interpreter object reached")                 \
     X(rcOutOfMemory, 104, "the system refused memory; the call was abandoned")               \
-    X(rcInternalFailure, 105, "an unexpected exception was stopped at the library's boundary")
+    X(rcInternalFailure, 105, "an unexpected exception was stopped at the library's boundary") \
+    X(rcNoProgram, 106, "no program is loaded (none was given, or its load failed)")       \
+    X(rcBadHandle, 107, "a null or unknown interpreter handle")                               \
+    X(rcBadArgument, 108, "a null pointer or an argument out of range")                       \
+    X(rcBufferTooSmall, 109, "the buffer is too small; the size needed was reported")         \
+    X(rcSnapshotCorrupt, 110, "the snapshot is truncated or altered (size or checksum wrong)") \
+    X(rcSnapshotVersion, 111, "the snapshot was written in a format version this library does not read") \
+    X(rcSnapshotMismatch, 112, "the snapshot is of another program (its declarations differ)") \
+    X(rcUnclosedComment, 113, "a (* comment is not closed")
 
+#ifdef __cplusplus
 namespace Qz {
 
 enum ResultCode : uint32_t {
@@ -93,5 +108,6 @@ inline const char* ResultMeaning(uint32_t code) {
 }
 
 }  // namespace Qz
+#endif  // __cplusplus
 
 #endif

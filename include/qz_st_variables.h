@@ -6,6 +6,10 @@
 // output callbacks, and on the thread that runs the object. Names are looked
 // up where the running body looks them up: between cycles, the program's
 // table; in a trace hook inside a subprogram, that subprogram's frame.
+//
+// Every function returns 0 or a result code (qz_st_result_codes.h): 107 for a
+// null object, 108 for a null pointer where a result is to be written, 106
+// where a loaded program is needed and there is none.
 #ifndef QZ_ST_VARIABLES_H
 #define QZ_ST_VARIABLES_H
 
@@ -38,6 +42,11 @@ typedef void (*QZVariableFunction)(void* context, const QZVariableInfo* info);
 // order of the text. Returns 0 or a result code.
 QZ_EXPORT uint32_t QZListVariables(qz_st_interpretator::IQZSTInterpretator* object, QZVariableFunction visit,
                                    void* context);
+// Calls `visit` once per local of the innermost pending call's frame, in the
+// order of its declarations (none when no call is pending); Ordinal is the
+// place in that frame.
+QZ_EXPORT uint32_t QZListLocals(qz_st_interpretator::IQZSTInterpretator* object, QZVariableFunction visit,
+                                void* context);
 
 // Reads / writes one program variable by name (UTF-8, `length` bytes; the
 // same case rules as the program's own look-up). A write is narrowed to the
@@ -71,11 +80,12 @@ struct QZMachineState {
     size_t CallDepth;       // pending calls
 };
 QZ_EXPORT uint32_t QZGetMachineState(qz_st_interpretator::IQZSTInterpretator* object, QZMachineState* state);
-// Copies up to `capacity` stack values, top last; returns 0 or a result code.
+// Copies the top `capacity` stack values (all of them when fewer), top last,
+// and sets `*count` to how many it copied; returns 0 or a result code.
 QZ_EXPORT uint32_t QZGetStack(qz_st_interpretator::IQZSTInterpretator* object, QZStackValue* values,
                               size_t capacity, size_t* count);
 // The text offset of the CAL of pending call `index` (0 = outermost) and of
-// the subprogram's label it called.
+// the subprogram's label it called; 108 for an index of no pending call.
 QZ_EXPORT uint32_t QZGetCall(qz_st_interpretator::IQZSTInterpretator* object, size_t index, int32_t* callOffset,
                              int32_t* labelOffset);
 

@@ -61,11 +61,12 @@ Qz::uint32_t CQZ_STInterpretator_Execute::DoCall() {
 
 Qz::uint32_t CQZ_STInterpretator_Execute::EnterCall() {
     if (CallDepthLimit != 0 && CallStack.size() >= CallDepthLimit) return Qz::rcCallDepthLimit;
+    const int32_t callStart = TokenStart;
     if (Qz::uint32_t r = Scan(TokenText)) return r;
     const Label* label = Labels.lookup(TokenText, 0, 0, false);  // any token's text names it
     if (!label) return Qz::rcLabelNotFound;
     JumpOperandEnd = TokenEnd;
-    CallStack.push_back(QZ_FuncStackValue{uint32_t(TextPos - 1)});
+    CallStack.push_back(QZ_FuncStackValue{uint32_t(TextPos - 1), callStart, label->LabelStart});
     if (Qz::uint32_t r = SeekTo(label->LabelStart)) return r;
     if (Qz::uint32_t r = Scan(TokenText)) return r;
     if (TokenCode != ttLABEL) return Qz::rcNoLabelToken;

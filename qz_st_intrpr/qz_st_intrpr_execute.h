@@ -22,6 +22,8 @@ struct QZ_StackValue {
 
 struct QZ_FuncStackValue {
     uint32_t ReturnIndex;  // text index at which reading resumes after RET
+    int32_t CallStart = -1;   // where the CAL keyword stands, and the label it called:
+    int32_t LabelStart = -1;  // what a debugger shows of a pending call
 };
 
 struct QZ_Register {
@@ -77,9 +79,9 @@ public:
     // What running the program holds beyond the loaded text, as the limits
     // count it: a frame record (the record, its copy in the declarations'
     // list, their share of vectors and buckets), a frame table with its
-    // buckets, a pending call (its return index and compiled return point).
+    // buckets, a pending call (its record and compiled return point).
     static constexpr uint64_t kFrameRecordBytes = 2 * sizeof(Var) + 96;
-    static constexpr uint64_t kCallBytes = 2 * sizeof(uint32_t);
+    static constexpr uint64_t kCallBytes = sizeof(QZ_FuncStackValue) + sizeof(uint32_t);
     static constexpr uint64_t kFrameTableBytes = sizeof(CQZ_Vars) + 64;
     uint64_t MemoryInUse() const {
         return Stack.size() * sizeof(QZ_StackValue) + CallStack.size() * kCallBytes +
@@ -109,6 +111,13 @@ public:
     // host calls and machine state; the reading one is the reference the
     // compiled one is checked against.
     bool PlainPath = false;
+    // Returns the machine to where a fresh cycle starts after a failed one:
+    // pending calls, their frames and the value stack released down to the
+    // program's own table, whose variables keep their values
+    // (qz_recovery.cpp).
+    void Recover();
+    // Cycles that ran on the compiled core, for tests of when it is left.
+    uint64_t CompiledCycles = 0;
     // For tests and diagnostics: the compiled form of the current text.
     const QZ_CompiledProgram& CompiledForm() const { return Compiled; }
 

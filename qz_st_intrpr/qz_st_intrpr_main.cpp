@@ -3,6 +3,7 @@
 
 #include "qz_assert.h"
 #include <cstring>
+#include <functional>
 
 using qz_st_interpretator::IQZExecuteInterface;
 using qz_st_interpretator::IQZSTInterpretator;
@@ -20,8 +21,24 @@ void Destroy() {}
 void CQZ_STInterpretator::Destroy() { delete this; }
 
 namespace {
-CQZ_STInterpretator* Object(IQZSTInterpretator* object) { return static_cast<CQZ_STInterpretator*>(object); }
+CQZ_STInterpretator* Object(IQZSTInterpretator* object) { return ObjectOf(object); }
 }  // namespace
+
+const Var* CQZ_STInterpretator::HostDeclaration(const QString& name) const {
+    // The names the cycle hands to the host are the entries' own QStrings,
+    // so the reference tells which declaration it is.
+    for (const std::vector<HostEntry>* entries : {&InputEntries, &OutputEntries}) {
+        if (entries->empty()) continue;
+        const HostEntry* first = entries->data();
+        const HostEntry* last = first + entries->size() - 1;
+        std::less_equal<const void*> before;
+        if (!before(&first->Name, &name) || !before(&name, &last->Name)) continue;
+        const size_t index = size_t(reinterpret_cast<const char*>(&name) - reinterpret_cast<const char*>(&first->Name)) /
+                             sizeof(HostEntry);
+        if (&(*entries)[index].Name == &name) return (*entries)[index].Declared;
+    }
+    return nullptr;
+}
 
 void QZSetInstructionBudget(IQZSTInterpretator* object, uint64_t maxInstructions) {
     if (object) Object(object)->InstructionBudget = maxInstructions;
@@ -97,7 +114,9 @@ Qz::uint32_t CQZ_STInterpretator::Load(std::string text) {
     for (int32_t& counter : DeclCounters) counter = 0;
     DeclCounters[ttVI - ttV] = 1;  // inputs are numbered from 1, everything else from 0
     DeclReserved = 0;
+    ProgramLoaded = false;
     const Qz::uint32_t result = LoadProgram();
+    ProgramLoaded = result == Qz::rcOK;
     BuildHostEntries();  // also after a failed load, so a stray Execute stays safe
     return result;
 }
@@ -246,6 +265,7 @@ Qz::uint32_t CQZ_STInterpretator::RunCycle(IQZExecuteInterface* exec) {
     if (Qz::uint32_t r = UpdateInEntries(exec)) return r;
 
     InstructionsRun = 0;
+    CompiledCycles += compiled;
     bool reachedEnd;
     if (Qz::uint32_t r = compiled ? RunCompiled(reachedEnd) : RunBodyPlain(false, 0, reachedEnd)) return r;
     // The text's final RET ends the cycle whatever calls are pending; an

@@ -27,7 +27,15 @@ public:
     void Destroy() override;
     Qz::uint32_t Execute(qz_st_interpretator::IQZExecuteInterface* exec) override;
 
+    // True while the last InitInterpretator loaded its program without failure.
+    bool HasProgram() const { return ProgramLoaded; }
+    // The declaration behind a name the cycle hands to the host's
+    // callbacks (its VarName holds the program's own bytes), or null for
+    // any other string.
+    const Var* HostDeclaration(const QString& name) const;
+
 private:
+    bool ProgramLoaded = false;
     template <typename Body>
     static Qz::uint32_t Guarded(Body body);
     Qz::uint32_t Load(std::string text);
@@ -62,5 +70,10 @@ private:
     std::vector<HostEntry> InputEntries;   // VI
     std::vector<HostEntry> OutputEntries;  // VO
 };
+
+// The object behind the interface pointer Create() returned.
+inline CQZ_STInterpretator* ObjectOf(qz_st_interpretator::IQZSTInterpretator* object) {
+    return static_cast<CQZ_STInterpretator*>(object);
+}
 
 #endif

@@ -447,7 +447,7 @@ Qz::uint32_t CQZ_STInterpretator_Execute::RunCode(bool& reachedEnd) {
                 }
                 if (kBudget) left -= frame.Declarations;
                 ReturnStack.push_back(pc->B);
-                CallStack.push_back(QZ_FuncStackValue{pc->C});
+                CallStack.push_back(QZ_FuncStackValue{pc->C, pc->Pos, frame.LabelStart});
                 vars = EnterFrame(frame)->RecordData();
                 pc = code + frame.Body;
                 vmbreak;

@@ -3,7 +3,7 @@
 # pkg-config, and runs both.
 #
 #   -DBUILD_DIR=project build -DHOST_DIR=examples/host -DWORK=scratch dir
-#   -DGENERATOR=... -DCXX=compiler
+#   -DGENERATOR=... -DCXX=compiler -DCC=C compiler
 cmake_minimum_required(VERSION 3.25)
 
 function(run)
@@ -26,7 +26,8 @@ set(prefix ${WORK}/prefix)
 file(REMOVE_RECURSE ${WORK})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 
-foreach(file include/qz_st_intrpr/qz_st_interpretator.h include/qz_st_intrpr/qz_st_result_codes.h bin/qzrun)
+foreach(file include/qz_st_intrpr/qz_st_interpretator.h include/qz_st_intrpr/qz_st_result_codes.h
+             include/qz_st_intrpr/qz_st_variables.h include/qz_st_intrpr/qz_c.h bin/qzrun)
   if(NOT EXISTS ${prefix}/${file})
     message(FATAL_ERROR "not installed: ${file}")
   endif()
@@ -38,9 +39,19 @@ endif()
 
 # Through the CMake package.
 run(${CMAKE_COMMAND} -S ${HOST_DIR} -B ${WORK}/cmake-host -G ${GENERATOR}
-    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=Release)
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_C_COMPILER=${CC} -DCMAKE_BUILD_TYPE=Release)
 run(${CMAKE_COMMAND} --build ${WORK}/cmake-host)
 run(${WORK}/cmake-host/minimal_host)
+check_host_output("${run_output}")
+run(${WORK}/cmake-host/minimal_host_c)
+check_host_output("${run_output}")
+
+# The C interface needs neither Qt nor C++: the C host builds with only the
+# installed headers and library.
+get_filename_component(libdir "${sonames}" DIRECTORY)
+run(${CC} -std=c99 -Wall -Wextra -pedantic -Werror -I${prefix}/include/qz_st_intrpr ${HOST_DIR}/minimal_host.c
+    -o ${WORK}/plain-c-host -L${libdir} -lqz_st_intrpr -Wl,-rpath,${libdir})
+run(${WORK}/plain-c-host)
 check_host_output("${run_output}")
 
 # The installed runner finds the installed library.
@@ -59,6 +70,10 @@ if(PKG_CONFIG)
   run(${CXX} -std=c++17 -Wall -Wextra ${HOST_DIR}/minimal_host.cpp -o ${WORK}/pkg-config-host
       ${flags} -Wl,-rpath,${libdir})
   run(${WORK}/pkg-config-host)
+  check_host_output("${run_output}")
+  run(${CC} -std=c99 -Wall -Wextra -pedantic ${HOST_DIR}/minimal_host.c -o ${WORK}/pkg-config-host-c
+      ${flags} -Wl,-rpath,${libdir})
+  run(${WORK}/pkg-config-host-c)
   check_host_output("${run_output}")
   message(STATUS "built and ran the minimal host through the CMake package and pkg-config")
 else()

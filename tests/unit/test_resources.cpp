@@ -24,7 +24,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint64_t kRecord = CQZ_STInterpretator_Execute::kFrameRecordBytes;
 constexpr uint64_t kTable = CQZ_STInterpretator_Execute::kFrameTableBytes;
-constexpr uint64_t kCall = 8;    // one pending call, as MemoryInUse counts it
+constexpr uint64_t kCall = 16;   // one pending call, as MemoryInUse counts it
 constexpr uint64_t kValue = 16;  // one value on the value stack
 static_assert(sizeof(QZ_StackValue) == kValue, "a stack value is counted as 16 bytes");
 
