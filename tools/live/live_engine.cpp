@@ -3,6 +3,8 @@
 #include "qz_st_result_codes.h"
 #include "qz_st_variables.h"
 
+#include <algorithm>
+
 namespace qzlive {
 
 namespace {
@@ -26,6 +28,11 @@ void StoreProgramValue(void* context, const QZVariableInfo* info) {
     if (info->Ordinal < values->size()) (*values)[info->Ordinal].ProgramValue = info->Value;
 }
 
+size_t TrendCycles(size_t width) {
+    if (width == 0) return LiveEngine::kTrendCycles;
+    return std::max<size_t>(10, std::min(LiveEngine::kTrendCycles, LiveEngine::kTrendValues / width));
+}
+
 bool IsStep(CommandKind kind) { return kind == CommandKind::StepCycle || kind == CommandKind::StepInstruction; }
 
 }  // namespace
@@ -36,7 +43,7 @@ LiveEngine::LiveEngine(const LiveOptions& options, const ProgramInfo& program,
       Program_(program),
       Interpreter_(interpreter),
       Host_(program, stimulus, options.Constants),
-      Trend_(kTrendCycles, program.Variables.size()),
+      Trend_(TrendCycles(program.Variables.size()), program.Variables.size()),
       Paused_(options.StartPaused) {
     Values_.resize(program.Variables.size());
     QZSetInstructionBudget(interpreter, options.MaxSteps);
@@ -96,10 +103,7 @@ void LiveEngine::Apply(const Command& command) {
     const int variable = command.Variable;
     switch (command.Kind) {
         case CommandKind::SetInput: Host_.SetInput(variable, command.Value); break;
-        case CommandKind::Force:
-            Host_.Force(variable, command.Value);
-            ApplyForcedInternals();
-            break;
+        case CommandKind::Force: Force(variable, command.Value); break;
         case CommandKind::Release: Host_.Release(variable); break;
         case CommandKind::Pause: Paused_ = true; break;
         case CommandKind::Resume:
@@ -141,6 +145,19 @@ void LiveEngine::ApplyAll() {
     }
     if (!InsideCycle_) CollectVariables(Values_);
     Publish(true);
+}
+
+// An internal variable takes the forced value as a MOV into it would (narrowed
+// to its type), and the table shows what it holds.
+void LiveEngine::Force(int variable, double value) {
+    Host_.Force(variable, value);
+    const Variable& declared = Program_.Variables[size_t(variable)];
+    if (declared.Kind == kKindVI || declared.Kind == kKindVO) return;
+    double narrowed = value;
+    uint8_t type = 0;
+    if (QZSetVariable(Interpreter_, declared.Name.data(), declared.Name.size(), value) == 0 &&
+        QZGetVariable(Interpreter_, declared.Name.data(), declared.Name.size(), &narrowed, &type) == 0)
+        Host_.Force(variable, narrowed);
 }
 
 void LiveEngine::ApplyForcedInternals() {

@@ -28,7 +28,10 @@ struct Command {
 
 class LiveEngine {
 public:
+    // The trend keeps this many cycles, fewer for a program so large that
+    // they would pass kTrendValues values.
     static constexpr size_t kTrendCycles = 600;
+    static constexpr size_t kTrendValues = size_t(4) << 20;
 
     LiveEngine(const LiveOptions& options, const ProgramInfo& program,
                qz_st_interpretator::IQZSTInterpretator* interpreter, const qzrun::Stimulus* stimulus);
@@ -53,6 +56,7 @@ private:
     void WaitForCommands(Clock::time_point until);
     void Apply(const Command& command);
     void ApplyAll();
+    void Force(int variable, double value);
     void ApplyForcedInternals();
     void Recover();
 

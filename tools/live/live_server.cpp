@@ -143,7 +143,7 @@ void LiveServer::Impl::Configure() {
     });
 
     Server.Get("/api/program", [this](const httplib::Request&, httplib::Response& res) {
-        SendJson(res, 200, ProgramJson(Program, LiveEngine::kTrendCycles));
+        SendJson(res, 200, ProgramJson(Program, Engine.Trend().Capacity()));
     });
     Server.Get("/api/state", [this](const httplib::Request&, httplib::Response& res) {
         SendJson(res, 200, SnapshotJson(Program, *Engine.Board().Latest()));

@@ -24,10 +24,10 @@ def example(name):
 
 
 class LiveServer:
-    def __init__(self, program, *args):
+    def __init__(self, program, *args, cwd=None):
         self.process = subprocess.Popen(
             [QZRUN, "--serve", "127.0.0.1:0", *args, program],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, cwd=cwd)
         ready, _, _ = select.select([self.process.stdout], [], [], WAIT)
         line = self.process.stdout.readline().strip() if ready else ""
         match = URL_LINE.search(line)

@@ -279,18 +279,41 @@ class SetAndInputs(ServerTest):
 class ForcingInternals(ServerTest):
     program = example("part_counter.qz")
 
-    def test_v_variables_cannot_be_forced_and_retained_ones_can(self):
-        status, program = self.server.get("/api/program")
-        kinds = {v["name"]: v["kind"] for v in program["variables"]}
-        v_name = next(name for name, kind in kinds.items() if kind == "V")
-        status, reply = self.server.post("/api/force", {"name": v_name, "value": 1})
+    def test_v_variables_cannot_be_forced(self):
+        status, reply = self.server.post("/api/force", {"name": "PRESET", "value": 1})
         self.assertEqual(status, 400)
-        retained = next((name for name, kind in kinds.items() if kind in ("VG", "VIO")), None)
-        if retained is None:
-            self.skipTest("no retained variable in the example")
-        self.server.command("/api/force", {"name": retained, "value": 7})
-        state = self.server.wait(lambda s: s["cycle"] > 2 and variable(s, retained)["value"] == 7)
-        self.assertTrue(variable(state, retained)["forced"])
+        self.assertIn("V variable", reply["error"])
+        self.assertFalse(variable(self.server.state(), "PRESET")["forced"])
+
+    def test_a_forced_retained_variable_holds_from_cycle_to_cycle(self):
+        # LAST_SENSOR held at 1 hides every rising edge of SENSOR.
+        state = self.server.command("/api/force", {"name": "LAST_SENSOR", "value": 7})
+        last = variable(state, "LAST_SENSOR")
+        self.assertEqual((last["value"], last["forced"]), (1, True))  # narrowed to BOOL
+        self.server.command("/api/input", {"name": "SENSOR", "value": 1})
+        cycle = self.server.wait(lambda s: variable(s, "SENSOR")["value"] == 1)["cycle"]
+        state = self.server.wait(lambda s: s["cycle"] >= cycle + 3)
+        self.assertEqual((variable(state, "COUNT")["value"], variable(state, "LAST_SENSOR")["value"]), (0, 1))
+        self.server.command("/api/release", {"name": "LAST_SENSOR"})
+        self.server.command("/api/input", {"name": "SENSOR", "value": 0})
+        self.server.wait(lambda s: variable(s, "LAST_SENSOR")["value"] == 0)
+        self.server.command("/api/input", {"name": "SENSOR", "value": 1})
+        state = self.server.wait(lambda s: variable(s, "COUNT")["value"] == 1)
+
+
+class SimulatedTime(ServerTest):
+    program = example("on_delay.qz")
+    args = ("--period", "5", "--sim-time", "100", "--set", "IN=1", "--set", "PT=1000")
+
+    def test_tick_advances_the_simulated_step_a_cycle(self):
+        self.server.wait(lambda s: s["cycle"] >= 4)
+        state = self.server.command("/api/pause")
+        state = self.server.wait(lambda s: s["state"] == "paused")
+        cycle = state["cycle"]
+        self.assertEqual(variable(state, "ET")["value"], min(100 * (cycle - 1), 1000))
+        self.server.command("/api/step-cycle")
+        state = self.server.wait(lambda s: s["cycle"] == cycle + 1)
+        self.assertEqual(variable(state, "ET")["value"], min(100 * cycle, 1000))
 
 
 class RuntimeFailure(ServerTest):

@@ -41,8 +41,8 @@ class PageTest(unittest.TestCase):
         for server in self.servers:
             self.assertEqual(server.stop(), 0)
 
-    def open(self, program, *args, token=True):
-        server = LiveServer(program, *args)
+    def open(self, program, *args, token=True, cwd=None):
+        server = LiveServer(program, *args, cwd=cwd)
         self.servers.append(server)
         self.driver.get(server.url if token else server.url.split("?")[0])
         self.until(lambda d: d.find_element(By.ID, "run-state").text not in ("connecting", ""))
@@ -67,8 +67,9 @@ class PageTest(unittest.TestCase):
         self.assertEqual(severe, [])
 
     def test_start_latches_motor_then_force_pause_and_step(self):
-        self.open(example("motor_latch.qz"), "--period", "50")
+        self.open("motor_latch.qz", "--period", "50", cwd=example(""))
         self.assertEqual(self.text("#run-state"), "running")
+        self.assertEqual(self.text("#program-path"), "motor_latch.qz")
         self.assertEqual(len(self.driver.find_elements(By.CSS_SELECTOR, "#source .line")), 37)
         self.assertEqual(self.value_of("MOTOR"), "0")
 
