@@ -6,6 +6,13 @@
 
 #include <algorithm>
 
+// The checker's export arrived in the library after the live view; built
+// against a library without it, the diagnostics list stays empty.
+#if __has_include("qz_st_check.h")
+#include "qz_st_check.h"
+#define QZLIVE_HAVE_CHECKER 1
+#endif
+
 namespace qzlive {
 
 namespace {
@@ -22,7 +29,38 @@ void CollectVariable(void* context, const QZVariableInfo* info) {
     variables->push_back(Variable{std::string(info->Name, info->NameLength), info->Kind, info->Type});
 }
 
+#ifdef QZLIVE_HAVE_CHECKER
+void CollectDiagnostic(void* context, const QZDiagnostic* found) {
+    auto* diagnostics = static_cast<std::vector<Diagnostic>*>(context);
+    Diagnostic diagnostic;
+    diagnostic.Severity = found->Severity == QZ_DIAGNOSTIC_ERROR ? "error" : "warning";
+    diagnostic.Id = found->Id ? found->Id : "";
+    diagnostic.Message = found->Message ? found->Message : "";
+    if (found->Note && *found->Note) diagnostic.Message += std::string(" (") + found->Note + ")";
+    diagnostic.Line = int(found->Line);
+    diagnostic.Column = int(found->Column);
+    diagnostics->push_back(std::move(diagnostic));
+}
+#endif
+
+void CheckProgram(ProgramInfo& program) {
+#ifdef QZLIVE_HAVE_CHECKER
+    const std::string& text = program.Source.Bytes();
+    QZCheckProgram(text.data(), text.size(), CollectDiagnostic, &program.Diagnostics);
+#else
+    (void)program;
+#endif
+}
+
 }  // namespace
+
+bool HaveChecker() {
+#ifdef QZLIVE_HAVE_CHECKER
+    return true;
+#else
+    return false;
+#endif
+}
 
 const char* KindName(uint8_t kind) {
     for (const KindEntry& entry : kKinds)
@@ -90,6 +128,7 @@ ErrorInfo LocateError(const qzrun::SourceText& source, qz_st_interpretator::IQZS
 }
 
 void LoadProgram(ProgramInfo& program, qz_st_interpretator::IQZSTInterpretator* interpreter) {
+    CheckProgram(program);
     size_t commentStart = 0;
     if (!program.Source.Flatten(commentStart)) {
         ErrorInfo error = LocateSpan(program.Source, int32_t(commentStart), int32_t(commentStart) + 2);

@@ -36,7 +36,8 @@ struct ErrorInfo {
 
 // A finding of the checker, shown in the page's diagnostics list.
 struct Diagnostic {
-    std::string Severity;
+    std::string Severity;  // "error" or "warning"
+    std::string Id;        // errors: the result code; warnings: their name
     std::string Message;
     int Line = 0;
     int Column = 0;
@@ -58,12 +59,16 @@ private:
     std::unordered_map<std::string, int> Index_;
 };
 
+// Whether this build has the library's checker (else no diagnostics).
+bool HaveChecker();
+
 const char* KindName(uint8_t kind);
 const char* TypeNameOf(uint8_t type);
 std::string FoldName(const std::string& name);
 
 // Flattens and loads the source into `interpreter`, filling the
-// declarations, or the load error.
+// declarations, or the load error, and the checker's diagnostics when the
+// library has the checker.
 void LoadProgram(ProgramInfo& program, qz_st_interpretator::IQZSTInterpretator* interpreter);
 
 // The error the interpreter reports after a failed load or cycle, placed in

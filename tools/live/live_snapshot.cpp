@@ -167,6 +167,7 @@ std::string ProgramJson(const ProgramInfo& program, size_t trendCapacity) {
     json diagnostics = json::array();
     for (const Diagnostic& diagnostic : program.Diagnostics)
         diagnostics.push_back(json{{"severity", diagnostic.Severity},
+                                   {"id", diagnostic.Id},
                                    {"message", diagnostic.Message},
                                    {"line", diagnostic.Line},
                                    {"column", diagnostic.Column}});
@@ -174,6 +175,7 @@ std::string ProgramJson(const ProgramInfo& program, size_t trendCapacity) {
              {"source", program.Source.Bytes()},
              {"variables", std::move(variables)},
              {"diagnostics", std::move(diagnostics)},
+             {"checker", HaveChecker()},
              {"loadError", program.LoadError ? ErrorJson(*program.LoadError) : json(nullptr)},
              {"trendCapacity", trendCapacity}};
     return out.dump(-1, ' ', false, json::error_handler_t::replace);

@@ -66,9 +66,12 @@ function renderSource(program) {
   const list = $('diagnostics');
   list.textContent = '';
   for (const d of program.diagnostics) {
-    list.append(element('li', { class: `diagnostic ${d.severity}` }, `${d.line}:${d.column}: ${d.severity}: ${d.message}`));
+    const item = element('li', { class: `diagnostic ${d.severity}` }, `${d.line}:${d.column}: ${d.severity} ${d.id}: ${d.message}`);
+    if ($(`line-${d.line}`)) $(`line-${d.line}`).classList.add(`${d.severity}-diagnostic`);
+    list.append(item);
   }
   $('no-diagnostics').hidden = program.diagnostics.length > 0;
+  if (!program.checker) $('no-diagnostics').textContent = 'This runner was built without the checker: no diagnostics.';
 }
 
 function clearMark(className) {

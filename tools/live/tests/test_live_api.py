@@ -349,6 +349,23 @@ class BudgetHits(ServerTest):
         self.assertEqual((state["error"]["code"], state["stats"]["budgetHits"]), (100, 1))
 
 
+class Diagnostics(ServerTest):
+    program = example("tests/misspelt_variable.qz")
+    args = ("--set", "START=1")
+
+    def test_the_checkers_findings_are_listed(self):
+        status, program = self.server.get("/api/program")
+        if not program["checker"]:
+            self.assertEqual(program["diagnostics"], [])
+            self.skipTest("this runner was built against a library without the checker")
+        self.assertEqual(program["diagnostics"], [
+            {"severity": "warning", "id": "unwritten-output", "line": 5, "column": 5,
+             "message": "output never written"},
+            {"severity": "error", "id": "23", "line": 8, "column": 22,
+             "message": "variable not found (or not a valid reference) (did you mean `@LAMP`?)"},
+        ])
+
+
 class LoadFailure(ServerTest):
     program = example("tests/missing_ret.qz")
 
