@@ -641,6 +641,9 @@ int Serve(const Options& options) {
     qzlive::LiveOptions live;
     std::string error;
     if (!qzlive::ParseServeAddress(options.ServeAddress, live, error)) UsageError(error);
+    if (options.Check || options.Csv || options.Trace || options.Stats || options.Cycles >= 0)
+        UsageError("--serve runs until stopped and shows everything on its page: it does not go with "
+                   "--check, --csv, --trace, --stats or --cycles");
     live.ProgramPath = options.ProgramPath;
     live.InputsPath = options.InputsPath;
     live.Constants = options.Constants;

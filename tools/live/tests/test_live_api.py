@@ -398,6 +398,11 @@ class Addresses(unittest.TestCase):
             result = subprocess.run([QZRUN, "--serve", address, example("motor_latch.qz")], capture_output=True, text=True)
             self.assertEqual(result.returncode, 2, address)
             self.assertIn("--serve", result.stderr)
+        for option in (["--csv"], ["--trace"], ["--check"], ["--stats"], ["--cycles", "5"]):
+            result = subprocess.run([QZRUN, "--serve", "0", *option, example("motor_latch.qz")],
+                                    capture_output=True, text=True)
+            self.assertEqual(result.returncode, 2, option)
+            self.assertIn("does not go with", result.stderr)
 
 
 if __name__ == "__main__":
