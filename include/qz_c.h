@@ -81,7 +81,8 @@ QZ_API const char* qz_result_name(int code);
 
 /* A new interpreter; NULL when memory runs out. */
 QZ_API qz_state* qz_new(void);
-/* Releases it; a null handle or one that is not a handle is ignored. */
+/* Releases it; a null handle, one that is not a handle, and a handle whose
+ * cycle is running (a close from its own callback) are ignored. */
 QZ_API void qz_close(qz_state* Q);
 
 /* Loads a program from `length` bytes of text in which the only white space
@@ -105,8 +106,9 @@ typedef void (*qz_output_fn)(void* context, const char* name, size_t length, dou
                              int written);
 
 /* Runs one cycle. Either callback may be NULL (inputs then read 0.0, outputs
- * are not reported). Names are valid during the callback only. The callbacks
- * must not call back into this handle. */
+ * are not reported). Names are valid during the callback only. From the
+ * callbacks (and the trace hook), qz_run, qz_load, qz_load_source and
+ * qz_recover return QZ_rcInCycle and do nothing. */
 QZ_API int qz_run(qz_state* Q, qz_input_fn input, qz_output_fn output, void* context);
 
 /* Where the last failed load or cycle stopped: a byte range of the text as

@@ -28,6 +28,7 @@ struct qz_state {
     size_t CommentOffset = 0;
     qz_trace_fn Trace = nullptr;
     void* TraceContext = nullptr;
+    bool Running = false;  // inside qz_run: its callbacks must not reload, rerun or close
 };
 
 namespace {
@@ -75,6 +76,9 @@ int Load(qz_state& Q, const char* text, size_t length, bool blank) {
     Q.CommentFailed = blank && !QZ_BlankComments(flat, commentAt);
     Q.Source.swap(source);
     if (Q.CommentFailed) {
+        // A load that fails replaces the program, whatever stopped it: the
+        // handle must not go on running the one loaded before.
+        Q.Object->InitInterpretator(std::string());
         Q.CommentOffset = commentAt;
         Q.Flat.clear();
         Q.LastCode = QZ_rcUnclosedComment;
@@ -217,25 +221,28 @@ qz_state* qz_new(void) {
 }
 
 void qz_close(qz_state* Q) {
-    if (!Valid(Q)) return;
+    if (!Valid(Q) || Q->Running) return;  // from its own callback: the cycle still needs it
     Q->Tag = 0;  // a second close of the same pointer finds no tag while the memory is still ours
     Q->Object->Destroy();
     delete Q;
 }
 
 int qz_load(qz_state* Q, const char* text, size_t length) {
-    return Guarded(Q, [&](qz_state& s) { return Load(s, text, length, false); });
+    return Guarded(Q, [&](qz_state& s) { return s.Running ? int(QZ_rcInCycle) : Load(s, text, length, false); });
 }
 
 int qz_load_source(qz_state* Q, const char* source, size_t length) {
-    return Guarded(Q, [&](qz_state& s) { return Load(s, source, length, true); });
+    return Guarded(Q, [&](qz_state& s) { return s.Running ? int(QZ_rcInCycle) : Load(s, source, length, true); });
 }
 
 int qz_run(qz_state* Q, qz_input_fn input, qz_output_fn output, void* context) {
-    return Guarded(Q, [&](qz_state& s) {
+    return Guarded(Q, [&](qz_state& s) -> uint32_t {
+        if (s.Running) return QZ_rcInCycle;
         CallbackHost host(*s.Object, input, output, context);
         s.CommentFailed = false;
-        s.LastCode = s.Object->Execute(&host);
+        s.Running = true;
+        s.LastCode = s.Object->Execute(&host);  // catches everything itself
+        s.Running = false;
         return s.LastCode;
     });
 }
@@ -367,5 +374,11 @@ int qz_get_stack(qz_state* Q, qz_stack_value* values, size_t capacity, size_t* c
 int qz_get_call(qz_state* Q, size_t index, int32_t* call_offset, int32_t* label_offset) {
     return Guarded(Q, [&](qz_state& s) { return QZGetCall(s.Object, index, call_offset, label_offset); });
 }
+
+// ---- qz_check ----
+// The checker's entry point goes here: qz_check(text, length, diagnostic,
+// context) over QZCheckProgram (qz_st_check.h), declared in qz_c.h's
+// "Checking without running" section and bound in python/qzst/_native.py's
+// bind_check().
 
 }  // extern "C"

@@ -100,7 +100,11 @@ Qz::uint32_t CQZ_STInterpretator::InitInterpretator(std::string text) {
 }
 
 Qz::uint32_t CQZ_STInterpretator::Execute(IQZExecuteInterface* exec) {
-    return Guarded([&] { return RunCycle(exec); });
+    const bool outer = !CycleRunning;  // a callback that runs a cycle itself leaves the flag to its caller
+    CycleRunning = true;
+    const Qz::uint32_t result = Guarded([&] { return RunCycle(exec); });
+    if (outer) CycleRunning = false;
+    return result;
 }
 
 Qz::uint32_t CQZ_STInterpretator::Load(std::string text) {

@@ -29,6 +29,8 @@ public:
 
     // True while the last InitInterpretator loaded its program without failure.
     bool HasProgram() const { return ProgramLoaded; }
+    // True during Execute: in the host's callbacks and in a trace hook.
+    bool InCycle() const { return CycleRunning; }
     // The declaration behind a name the cycle hands to the host's
     // callbacks (its VarName holds the program's own bytes), or null for
     // any other string.
@@ -36,6 +38,7 @@ public:
 
 private:
     bool ProgramLoaded = false;
+    bool CycleRunning = false;
     template <typename Body>
     static Qz::uint32_t Guarded(Body body);
     Qz::uint32_t Load(std::string text);

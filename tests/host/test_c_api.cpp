@@ -125,6 +125,7 @@ TEST_F(CInterface, SourceWithCommentsAndWhereAFailureStands) {
 }
 
 TEST_F(CInterface, UnclosedCommentAndEndOfText) {
+    ASSERT_EQ(c.qz_load(Q, kDivider.data(), kDivider.size()), QZ_rcOK);
     const std::string open = "PROG P\nVAR X VO DINT 0\n  (* never closed\nMAIN RET\n";
     EXPECT_EQ(c.qz_load_source(Q, open.data(), open.size()), QZ_rcUnclosedComment);
     qz_location where{};
@@ -132,6 +133,7 @@ TEST_F(CInterface, UnclosedCommentAndEndOfText) {
     EXPECT_EQ(where.line, 3);
     EXPECT_EQ(where.column, 3);
     EXPECT_EQ(where.offset, open.find("(*"));
+    EXPECT_EQ(c.qz_run(Q, nullptr, nullptr, nullptr), QZ_rcNoLabelToken) << "no program runs after it";
 
     const std::string noRet = "PROG P\nVAR X VO DINT 0\nMAIN\n  MOV 1 @X\n\n";
     EXPECT_EQ(c.qz_load_source(Q, noRet.data(), noRet.size()), QZ_rcEndOfText);
@@ -317,6 +319,39 @@ TEST_F(CInterface, HostileArguments) {
     const unsigned char garbage[40] = {'Q', 'Z', 'R', 'V', 1, 0, 0, 0, 40};
     EXPECT_EQ(c.qz_restore_retained(Q, garbage, sizeof garbage), QZ_rcSnapshotCorrupt);
     EXPECT_EQ(c.qz_restore_retained(Q, nullptr, 0), QZ_rcSnapshotCorrupt);
+}
+
+}  // namespace
+
+namespace {
+
+// A callback that tries to reload, rerun, recover or close the handle that
+// is running it gets 114 and changes nothing.
+struct Reentry {
+    CApi* C;
+    qz_state* Q;
+    std::vector<int> Codes;
+};
+
+void ReenterFromInput(void* context, const char*, size_t, double* value) {
+    Reentry& r = *static_cast<Reentry*>(context);
+    r.Codes.push_back(r.C->qz_load(r.Q, "PROG P MAIN RET", 15));
+    r.Codes.push_back(r.C->qz_load_source(r.Q, "PROG P MAIN RET", 15));
+    r.Codes.push_back(r.C->qz_run(r.Q, nullptr, nullptr, nullptr));
+    r.Codes.push_back(r.C->qz_recover(r.Q));
+    r.C->qz_close(r.Q);
+    *value = 4;
+}
+
+TEST_F(CInterface, CallbacksCannotPullTheCycleFromUnderItself) {
+    ASSERT_EQ(c.qz_load(Q, kDivider.data(), kDivider.size()), QZ_rcOK);
+    Reentry r{&c, Q, {}};
+    ASSERT_EQ(c.qz_run(Q, ReenterFromInput, nullptr, &r), QZ_rcOK);
+    EXPECT_EQ(r.Codes, (std::vector<int>{QZ_rcInCycle, QZ_rcInCycle, QZ_rcInCycle, QZ_rcInCycle}));
+    double result = 0;
+    ASSERT_EQ(c.qz_get_variable(Q, "RESULT", 6, &result, nullptr), QZ_rcOK) << "the handle is still open";
+    EXPECT_EQ(result, 25.0);
+    ASSERT_EQ(c.qz_run(Q, nullptr, nullptr, nullptr), QZ_rcDivisionByZero) << "and runs again afterwards";
 }
 
 }  // namespace
