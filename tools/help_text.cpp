@@ -141,6 +141,16 @@ Time:
                      of running the cycles back to back.
                        qzrun beacon.qz --set ENABLE=1 --period 50 --csv
 
+Live view:
+  --serve [ADDR:]PORT
+                     Run the program in real time (a cycle every --period MS,
+                     default 100) and serve a page that shows its source,
+                     variables, trend and statistics, and lets you set inputs,
+                     force variables, pause and step. Listens on 127.0.0.1
+                     unless ADDR is given; PORT 0 picks a free port. Prints
+                     the page's address with the token that changes need.
+                       qzrun --serve 8080 motor_latch.qz
+
 Other:
   -h, --help         Show this help.
   --version          Show the version.

@@ -115,6 +115,7 @@ const KnownOption kOptions[] = {
     {"max-file-size", "SIZE"}, {"sim-time", "MS"},   {"period", "MS"},       {"version", nullptr},
     {"expect", "FILE"},      {"update-expected", nullptr}, {"watch", "NAMES"}, {"force", "NAME=VALUE"},
     {"vcd", "FILE"},         {"html", "FILE"},       {"debug", nullptr},
+    {"serve", "[ADDR:]PORT"},
     {"werror", nullptr},     {"W", "no-ID"},         {"format", "FORMAT"},
 };
 
@@ -190,6 +191,8 @@ void ReadBenchOptions(const QCommandLineParser& parser, Options& options) {
     options.VcdPath = Value(parser, "vcd");
     options.HtmlPath = Value(parser, "html");
     options.Debug = parser.isSet("debug");
+    options.Serve = parser.isSet("serve");
+    options.ServeAddress = Value(parser, "serve");
     if (options.Debug && options.PeriodMs) UsageError("--debug runs cycles when told to; it takes no --period");
 }
 

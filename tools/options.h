@@ -62,6 +62,10 @@ struct Options {
     std::string HtmlPath;
     bool Debug = false;
 
+    // The live view: --serve [ADDR:]PORT.
+    bool Serve = false;
+    std::string ServeAddress;
+
     // --check takes several files, and its report has options of its own.
     std::vector<std::string> MorePaths;
     CheckOptions CheckReport;

@@ -1,6 +1,7 @@
 #include "run.h"
 
 #include "debugger.h"
+#include "live/live_view.h"
 #include "diagnostics.h"
 #include "expect.h"
 #include "recording.h"
@@ -380,7 +381,32 @@ int Bench::Run() {
 
 }  // namespace
 
+int Serve(const Options& options) {
+    qzlive::LiveOptions live;
+    std::string error;
+    if (!qzlive::ParseServeAddress(options.ServeAddress, live, error)) UsageError(error);
+    const bool batchOnly = options.Check || options.Csv || options.Trace || options.Stats || options.Cycles >= 0 ||
+                           !options.ExpectPath.empty() || !options.Watch.empty() || !options.Forces.empty() ||
+                           !options.VcdPath.empty() || !options.HtmlPath.empty() || options.Debug;
+    if (batchOnly)
+        UsageError("--serve runs until stopped and shows everything on its page: it does not go with --check, "
+                   "--csv, --trace, --stats, --cycles, --expect, --watch, --force, --vcd, --html or --debug");
+    live.ProgramPath = options.ProgramPath;
+    live.InputsPath = options.InputsPath;
+    live.Constants = options.Constants;
+    if (options.PeriodMs) live.PeriodMs = options.PeriodMs;
+    live.SimulatedTime = options.SimulatedTime;
+    live.SimulatedStep = options.SimulatedStep;
+    live.MaxSteps = options.MaxSteps;
+    live.MaxStack = options.MaxStack;
+    live.MaxDepth = options.MaxDepth;
+    live.MaxMemoryBytes = options.MaxMemoryMb << 20;
+    live.MaxFileBytes = options.MaxFileBytes;
+    return qzlive::RunLiveView(live);
+}
+
 int Run(const Options& options) {
+    if (options.Serve) return Serve(options);
     if (options.Check) {
         std::vector<std::string> paths{options.ProgramPath};
         paths.insert(paths.end(), options.MorePaths.begin(), options.MorePaths.end());
