@@ -20,6 +20,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "qz_st_check.h"
 #include "qz_st_result_codes.h"
 
 #if defined(QZ_ST_INTRPR_BUILDING)
@@ -210,8 +211,14 @@ QZ_API int qz_get_stack(qz_state* Q, qz_stack_value* values, size_t capacity, si
 QZ_API int qz_get_call(qz_state* Q, size_t index, int32_t* call_offset, int32_t* label_offset);
 
 /* ---- Checking without running ----
- * qz_check(text, length, diagnostic, context) belongs here: the program's
- * diagnostics without loading it. It is added together with the checker. */
+ * The program file's text (comments allowed) checked without loading it:
+ * `report` (may be null) gets every diagnostic in the order of the text, as
+ * QZCheckProgram in qz_st_check.h hands them out (strings valid only during
+ * the call). Needs no handle. Returns 0 once the text is checked, whatever it
+ * holds; QZ_rcEmptyText for a null text with a nonzero length. */
+typedef QZDiagnostic qz_diagnostic;
+typedef QZDiagnosticFunction qz_diagnostic_fn;
+QZ_API int qz_check(const char* text, size_t length, qz_diagnostic_fn report, void* context);
 
 #ifdef __cplusplus
 }

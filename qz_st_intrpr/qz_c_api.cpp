@@ -4,7 +4,7 @@
 // the boundary, so a wrong handle or a refused allocation is a result code.
 #include "qz_c.h"
 
-#include "qz_c_source.h"
+#include "qz_source.h"
 #include "qz_st_intrpr_main.h"
 #include "qz_st_variables.h"
 
@@ -73,7 +73,7 @@ int Load(qz_state& Q, const char* text, size_t length, bool blank) {
     if (!HostText(text, length, source)) return QZ_rcBadArgument;
     std::string flat = source;
     size_t commentAt = 0;
-    Q.CommentFailed = blank && !QZ_BlankComments(flat, commentAt);
+    Q.CommentFailed = blank && !qz::BlankComments(flat, commentAt);
     Q.Source.swap(source);
     if (Q.CommentFailed) {
         // A load that fails replaces the program, whatever stopped it: the
@@ -178,7 +178,7 @@ void FailurePlace(const qz_state& Q, qz_location& where) {
     QZGetScanPosition(Q.Object, &position);
     const std::string& text = Q.Flat;
     if (Q.LastCode == QZ_rcEndOfText || position.TokenStart < 0 || size_t(position.TokenStart) >= text.size()) {
-        where.offset = where.end = QZ_EndOfProgram(text);
+        where.offset = where.end = qz::EndOfProgram(text);
         return;
     }
     where.offset = size_t(position.TokenStart);
@@ -376,9 +376,9 @@ int qz_get_call(qz_state* Q, size_t index, int32_t* call_offset, int32_t* label_
 }
 
 // ---- qz_check ----
-// The checker's entry point goes here: qz_check(text, length, diagnostic,
-// context) over QZCheckProgram (qz_st_check.h), declared in qz_c.h's
-// "Checking without running" section and bound in python/qzst/_native.py's
-// bind_check().
+
+int qz_check(const char* text, size_t length, qz_diagnostic_fn report, void* context) {
+    return int(QZCheckProgram(text, length, report, context));
+}
 
 }  // extern "C"

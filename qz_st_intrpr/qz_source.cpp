@@ -41,4 +41,9 @@ bool BlankComments(std::string& text, size_t& errorOffset) {
     return true;
 }
 
+size_t EndOfProgram(const std::string& blanked) {
+    const size_t last = blanked.find_last_not_of(' ');
+    return last == std::string::npos ? 0 : last + 1;
+}
+
 }  // namespace qz

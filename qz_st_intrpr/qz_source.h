@@ -17,6 +17,10 @@ namespace qz {
 // left as it was.
 bool BlankComments(std::string& text, size_t& errorOffset);
 
+// Offset just past the last character of a blanked text that is not a blank:
+// where "the end of the text" is shown.
+size_t EndOfProgram(const std::string& blanked);
+
 }  // namespace qz
 
 #endif

@@ -32,10 +32,7 @@ std::string_view SourceText::Line(int line) const {
     return std::string_view(Bytes_).substr(begin, end - begin);
 }
 
-size_t SourceText::EndOfProgram() const {
-    const size_t last = Flat_.find_last_not_of(' ');
-    return last == std::string::npos ? 0 : last + 1;
-}
+size_t SourceText::EndOfProgram() const { return qz::EndOfProgram(Flat_); }
 
 std::string SourceText::Excerpt(size_t begin, size_t end) const {
     end = std::min(end, Flat_.size());

@@ -159,11 +159,23 @@ def test_result_codes_come_from_the_library():
     assert qzst.library_version() == "1.0.0"
 
 
-def test_check_reports_cleanly_when_the_library_has_none():
-    if qzst.check_available():
-        pytest.skip("this library has qz_check")
-    with pytest.raises(qzst.NotAvailableError, match="not available"):
-        qzst.check(b"PROG P MAIN RET")
+def test_check_finds_an_unknown_label_where_running_would_stop():
+    text = "PROG P\nVAR\n  X VG DINT 0\nMAIN\n  JMP NOWHERE (* never taken? still wrong *)\nRET\n"
+    assert qzst.check_available()
+    errors = [d for d in qzst.check(text) if d.severity == "error"]
+    assert [(d.code, d.id, d.line, d.column) for d in errors] == [(22, "22", 5, 7)]
+    assert text.encode()[errors[0].begin:errors[0].end] == b"NOWHERE"
+    assert errors[0].message == qzst.result_message(22)
+
+
+def test_check_reports_warnings_with_their_identifiers():
+    text = "PROG P\nVAR\n  X VG DINT 0\nMAIN\n  MOV 1 @X\nRET\n"
+    assert [(d.severity, d.id, d.line) for d in qzst.check(text)] == [("warning", "unread-variable", 3)]
+
+
+def test_every_example_checks_without_errors(examples):
+    for path in sorted(examples.glob("*.qz")):
+        assert [d for d in qzst.check_file(path) if d.severity == "error"] == [], path
 
 
 def test_on_delay_switches_after_one_second(examples):

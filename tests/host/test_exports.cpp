@@ -68,6 +68,7 @@ TEST(Exports, ExactlyTheHostInterface) {
         "qz_get_machine",
         "qz_get_stack",
         "qz_get_call",
+        "qz_check",
         "QZCheckProgram",
         "QZCheckWarning",
         "_Z8_qzcscpyPcmPKc",
