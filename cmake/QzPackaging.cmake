@@ -48,6 +48,7 @@ install(FILES
     ${PROJECT_SOURCE_DIR}/include/qz_st_result_codes.h
     ${PROJECT_SOURCE_DIR}/include/qz_st_variables.h
     ${PROJECT_SOURCE_DIR}/include/qz_c.h
+    ${PROJECT_SOURCE_DIR}/include/qz_st_check.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qz_st_intrpr COMPONENT dev)
 install(EXPORT QzStIntrprTargets
   NAMESPACE QzStIntrpr::
@@ -93,6 +94,8 @@ if(TARGET qzrun)
   qz_man_page(qzrun "run a control program cycle by cycle and print what it writes")
 endif()
 
+# qzls and the editor files install from tools/qzls/CMakeLists.txt, with
+# COMPONENT tools (qzls has no --help for a man page yet).
 # >>> Further tools go here, each rule with COMPONENT tools, so that they
 # >>> land in the qz-st-intrpr-tools package:
 # >>>   the language server:  install(TARGETS qzls RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)

@@ -18,6 +18,9 @@ int QzFuzzProgram(const uint8_t* data, size_t size);
 // The scanner, the literal readers, the variable table, ConvertDim and the
 // built-in functions, each on its own.
 int QzFuzzText(const uint8_t* data, size_t size);
+// The checker on any text; on texts it calls error-free, a few cycles of the
+// program never fail with an error the text alone decides.
+int QzFuzzCheck(const uint8_t* data, size_t size);
 
 #define QZ_FUZZ_CHECK(condition)                                                            \
     do {                                                                                    \

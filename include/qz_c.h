@@ -20,6 +20,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "qz_st_check.h"
 #include "qz_st_result_codes.h"
 
 #if defined(QZ_ST_INTRPR_BUILDING)
@@ -81,7 +82,8 @@ QZ_API const char* qz_result_name(int code);
 
 /* A new interpreter; NULL when memory runs out. */
 QZ_API qz_state* qz_new(void);
-/* Releases it; a null handle or one that is not a handle is ignored. */
+/* Releases it; a null handle, one that is not a handle, and a handle whose
+ * cycle is running (a close from its own callback) are ignored. */
 QZ_API void qz_close(qz_state* Q);
 
 /* Loads a program from `length` bytes of text in which the only white space
@@ -105,8 +107,9 @@ typedef void (*qz_output_fn)(void* context, const char* name, size_t length, dou
                              int written);
 
 /* Runs one cycle. Either callback may be NULL (inputs then read 0.0, outputs
- * are not reported). Names are valid during the callback only. The callbacks
- * must not call back into this handle. */
+ * are not reported). Names are valid during the callback only. From the
+ * callbacks (and the trace hook), qz_run, qz_load, qz_load_source and
+ * qz_recover return QZ_rcInCycle and do nothing. */
 QZ_API int qz_run(qz_state* Q, qz_input_fn input, qz_output_fn output, void* context);
 
 /* Where the last failed load or cycle stopped: a byte range of the text as
@@ -208,8 +211,14 @@ QZ_API int qz_get_stack(qz_state* Q, qz_stack_value* values, size_t capacity, si
 QZ_API int qz_get_call(qz_state* Q, size_t index, int32_t* call_offset, int32_t* label_offset);
 
 /* ---- Checking without running ----
- * qz_check(text, length, diagnostic, context) belongs here: the program's
- * diagnostics without loading it. It is added together with the checker. */
+ * The program file's text (comments allowed) checked without loading it:
+ * `report` (may be null) gets every diagnostic in the order of the text, as
+ * QZCheckProgram in qz_st_check.h hands them out (strings valid only during
+ * the call). Needs no handle. Returns 0 once the text is checked, whatever it
+ * holds; QZ_rcEmptyText for a null text with a nonzero length. */
+typedef QZDiagnostic qz_diagnostic;
+typedef QZDiagnosticFunction qz_diagnostic_fn;
+QZ_API int qz_check(const char* text, size_t length, qz_diagnostic_fn report, void* context);
 
 #ifdef __cplusplus
 }

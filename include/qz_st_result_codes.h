@@ -77,7 +77,8 @@
     X(rcSnapshotCorrupt, 110, "the snapshot is truncated or altered (size or checksum wrong)") \
     X(rcSnapshotVersion, 111, "the snapshot was written in a format version this library does not read") \
     X(rcSnapshotMismatch, 112, "the snapshot is of another program (its declarations differ)") \
-    X(rcUnclosedComment, 113, "a (* comment is not closed")
+    X(rcUnclosedComment, 113, "a (* comment is not closed")                                  \
+    X(rcInCycle, 114, "not allowed while a cycle runs (from a host callback or a trace hook)")
 
 #ifdef __cplusplus
 namespace Qz {

@@ -23,7 +23,8 @@ extern "C" {
 // Returns the object to the state of a fresh cycle after a failed one: pending
 // calls, subprogram frames and the value stack are released down to the
 // program's own table; every variable keeps its value. Returns 0, or a result
-// code when there is no loaded program.
+// code when there is no loaded program (106, the stacks emptied all the same)
+// or when called while a cycle runs (114, nothing done).
 QZ_EXPORT uint32_t QZRecover(qz_st_interpretator::IQZSTInterpretator* object);
 
 // One declared variable of the loaded program, as QZListVariables reports it.

@@ -70,6 +70,7 @@ double CeilOrFloor(double v, int direction) {
 }
 
 const BuiltinEntry* BuiltinTable() { return kFunctions; }
+int BuiltinCount() { return int(sizeof(kFunctions) / sizeof(kFunctions[0])); }
 
 const BuiltinEntry* FindBuiltinEntry(const QString& name) {
     for (const BuiltinEntry& entry : kFunctions)

@@ -27,6 +27,7 @@ struct BuiltinEntry {
 };
 // The table in the order names are tried, and the entry for `name` (null: 13).
 const BuiltinEntry* BuiltinTable();
+int BuiltinCount();
 const BuiltinEntry* FindBuiltinEntry(const QString& name);
 // CEIL (direction 1) and FLOOR (-1) as the DINT they leave in A0.
 double CeilOrFloor(double v, int direction);

@@ -4,7 +4,7 @@
 // the boundary, so a wrong handle or a refused allocation is a result code.
 #include "qz_c.h"
 
-#include "qz_c_source.h"
+#include "qz_source.h"
 #include "qz_st_intrpr_main.h"
 #include "qz_st_variables.h"
 
@@ -28,6 +28,7 @@ struct qz_state {
     size_t CommentOffset = 0;
     qz_trace_fn Trace = nullptr;
     void* TraceContext = nullptr;
+    bool Running = false;  // inside qz_run: its callbacks must not reload, rerun or close
 };
 
 namespace {
@@ -72,7 +73,7 @@ int Load(qz_state& Q, const char* text, size_t length, bool blank) {
     if (!HostText(text, length, source)) return QZ_rcBadArgument;
     std::string flat = source;
     size_t commentAt = 0;
-    Q.CommentFailed = blank && !QZ_BlankComments(flat, commentAt);
+    Q.CommentFailed = blank && !qz::BlankComments(flat, commentAt);
     Q.Source.swap(source);
     if (Q.CommentFailed) {
         // A load that fails replaces the program, whatever stopped it: the
@@ -177,7 +178,7 @@ void FailurePlace(const qz_state& Q, qz_location& where) {
     QZGetScanPosition(Q.Object, &position);
     const std::string& text = Q.Flat;
     if (Q.LastCode == QZ_rcEndOfText || position.TokenStart < 0 || size_t(position.TokenStart) >= text.size()) {
-        where.offset = where.end = QZ_EndOfProgram(text);
+        where.offset = where.end = qz::EndOfProgram(text);
         return;
     }
     where.offset = size_t(position.TokenStart);
@@ -220,25 +221,28 @@ qz_state* qz_new(void) {
 }
 
 void qz_close(qz_state* Q) {
-    if (!Valid(Q)) return;
+    if (!Valid(Q) || Q->Running) return;  // from its own callback: the cycle still needs it
     Q->Tag = 0;  // a second close of the same pointer finds no tag while the memory is still ours
     Q->Object->Destroy();
     delete Q;
 }
 
 int qz_load(qz_state* Q, const char* text, size_t length) {
-    return Guarded(Q, [&](qz_state& s) { return Load(s, text, length, false); });
+    return Guarded(Q, [&](qz_state& s) { return s.Running ? int(QZ_rcInCycle) : Load(s, text, length, false); });
 }
 
 int qz_load_source(qz_state* Q, const char* source, size_t length) {
-    return Guarded(Q, [&](qz_state& s) { return Load(s, source, length, true); });
+    return Guarded(Q, [&](qz_state& s) { return s.Running ? int(QZ_rcInCycle) : Load(s, source, length, true); });
 }
 
 int qz_run(qz_state* Q, qz_input_fn input, qz_output_fn output, void* context) {
-    return Guarded(Q, [&](qz_state& s) {
+    return Guarded(Q, [&](qz_state& s) -> uint32_t {
+        if (s.Running) return QZ_rcInCycle;
         CallbackHost host(*s.Object, input, output, context);
         s.CommentFailed = false;
-        s.LastCode = s.Object->Execute(&host);
+        s.Running = true;
+        s.LastCode = s.Object->Execute(&host);  // catches everything itself
+        s.Running = false;
         return s.LastCode;
     });
 }
@@ -372,9 +376,9 @@ int qz_get_call(qz_state* Q, size_t index, int32_t* call_offset, int32_t* label_
 }
 
 // ---- qz_check ----
-// The checker's entry point goes here: qz_check(text, length, diagnostic,
-// context) over QZCheckProgram (qz_st_check.h), declared in qz_c.h's
-// "Checking without running" section and bound in python/qzst/_native.py's
-// bind_check().
+
+int qz_check(const char* text, size_t length, qz_diagnostic_fn report, void* context) {
+    return int(QZCheckProgram(text, length, report, context));
+}
 
 }  // extern "C"

@@ -113,30 +113,20 @@ Qz::uint32_t CQZ_STInterpretator_Execute::FillFrame(CQZ_Vars* table) {
     };
     if (WouldPassMemoryLimit(kFrameTableBytes)) return fail(Qz::rcMemoryLimit);
     for (;;) {
-        if (Qz::uint32_t r = Scan(TokenText)) return fail(r);
-        if (TokenCode == ttBODY) {
+        QZ_DeclarationRead declaration;
+        if (Qz::uint32_t r = ReadDeclaration(true, declaration)) return fail(r);
+        if (declaration.Ended) {
             TableStack.push_back(table);
             FrameRecordsInUse += table->RecordCount();
             return Qz::rcOK;
         }
-        char name[kTokenBufferSize];
-        _qzcscpy(name, kNameLimit, TokenText);
-        name[kNameLimit] = 0;
-        if (Qz::uint32_t r = Scan(TokenText)) return fail(r);
-        if (TokenCode != ttV && TokenCode != ttVA && TokenCode != ttVR) return fail(Qz::rcBadDeclKind);
-        const char kind = char(TokenCode);
-        if (Qz::uint32_t r = Scan(TokenText)) return fail(r);
-        if (!IsValueType(char(TokenCode))) return fail(Qz::rcBadDeclType);
-        const char type = char(TokenCode);
-        if (Qz::uint32_t r = Scan(TokenText)) return fail(r);
-        if (TokenCode != ttNUMBER) return fail(Qz::rcNoDeclNumber);
         // A declaration is work (and memory) in proportion to nothing but
         // itself: one unit of the budget, one record of the ceiling.
         if (InstructionBudget != 0 && InstructionsRun >= InstructionBudget) return fail(Qz::rcBudgetExhausted);
         ++InstructionsRun;
         if (WouldPassMemoryLimit(kFrameTableBytes + (uint64_t(table->RecordCount()) + 1) * kFrameRecordBytes))
             return fail(Qz::rcMemoryLimit);
-        table->lookup(name, kind, type, DigitValue, 0, true);
+        table->lookup(declaration.Name, declaration.Kind, declaration.Type, declaration.Numbers[0], 0, true);
     }
 }
 

@@ -13,8 +13,6 @@
 
 namespace {
 
-// TokenEnd before a scan, to tell whether the scan wrote it.
-constexpr int32_t kEndNotWritten = INT32_MIN;
 constexpr uint32_t kNone = 0xFFFFFFFFu;
 
 uint64_t Key(uint32_t context, int32_t pos) { return (uint64_t(context) << 32) | uint32_t(pos); }
@@ -96,19 +94,7 @@ bool QZ_Compiler::Compile() {
 }
 
 Qz::uint32_t QZ_Compiler::ScanAt(int32_t pos, Token& token) {
-    M.SeekTo(pos);
-    M.TokenEnd = kEndNotWritten;
-    M.SuppressLabelRegistration = true;
-    const Qz::uint32_t r = M.Scan(M.TokenText);
-    M.SuppressLabelRegistration = false;
-    if (r != Qz::rcOK) return r;
-    token.Start = M.TokenStart;
-    token.End = M.TokenEnd;
-    token.Code = M.TokenCode;
-    token.Next = M.CurChar != 0 ? M.TextPos - 1 : -1;
-    token.Text.assign(M.TokenText, size_t(M.TokenLength));
-    token.Number = M.DigitValue;
-    token.NumberType = M.DigitType;
+    if (Qz::uint32_t r = M.ScanTokenAt(pos, token)) return r;
     token.WouldRegister = RegistersLabel(token.Code) && !M.Labels.lookup(M.TokenText, 0, 0, false);
     return Qz::rcOK;
 }

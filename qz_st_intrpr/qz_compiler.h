@@ -6,6 +6,7 @@
 #define QZ_COMPILER_H
 
 #include "qz_compiled.h"
+#include "qz_st_intrpr_text.h"
 
 #include <memory>
 
@@ -22,13 +23,8 @@ public:
 
 private:
     // What one successful scan yields.
-    struct Token {
-        int32_t Start = 0, End = 0, Next = -1;
-        uint8_t Code = 0;
-        uint8_t NumberType = 0;
+    struct Token : QZ_ScannedToken {
         bool WouldRegister = false;  // a label the reading scan would enter now
-        double Number = 0.0;
-        std::string Text;
     };
     // A place control reaches: where the next token begins, in which context,
     // and which token the reading interpreter scanned last on the way there.

@@ -41,6 +41,8 @@ void CQZ_STInterpretator_Execute::Recover() {
 uint32_t QZRecover(qz_st_interpretator::IQZSTInterpretator* object) {
     if (!object) return Qz::rcBadHandle;
     CQZ_STInterpretator* machine = ObjectOf(object);
+    // Mid-cycle the running body still stands on what would be released.
+    if (machine->InCycle()) return Qz::rcInCycle;
     machine->Recover();
     return machine->HasProgram() ? Qz::rcOK : Qz::rcNoProgram;
 }

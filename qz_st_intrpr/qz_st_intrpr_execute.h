@@ -48,6 +48,17 @@ public:
 
     // Reads one token at CurChar into TokenText (the only buffer ever passed).
     Qz::uint32_t Scan(char* buffer);
+    // Scans the token at text index `pos` without entering labels; the
+    // scanner's fields are left as that scan leaves them (on a failure, at
+    // the token where it stopped).
+    Qz::uint32_t ScanTokenAt(int32_t pos, QZ_ScannedToken& token);
+    // The loader's first steps, from the start of the text: the tokens up
+    // to PROG are skipped (6 when there is none), then the program's name.
+    Qz::uint32_t FindProgramHeader();
+    Qz::uint32_t ReadProgramName();
+    // Reads the next declaration: of the VAR section (kinds V..TVR, a TVR
+    // with four numbers) or of a subprogram's locals (`locals`: V, VA, VR).
+    Qz::uint32_t ReadDeclaration(bool locals, QZ_DeclarationRead& out);
     // Executes the instruction whose code is in TokenCode.
     Qz::uint32_t DoCommand();
     Qz::uint32_t DoMOV();

@@ -100,7 +100,11 @@ Qz::uint32_t CQZ_STInterpretator::InitInterpretator(std::string text) {
 }
 
 Qz::uint32_t CQZ_STInterpretator::Execute(IQZExecuteInterface* exec) {
-    return Guarded([&] { return RunCycle(exec); });
+    const bool outer = !CycleRunning;  // a callback that runs a cycle itself leaves the flag to its caller
+    CycleRunning = true;
+    const Qz::uint32_t result = Guarded([&] { return RunCycle(exec); });
+    if (outer) CycleRunning = false;
+    return result;
 }
 
 Qz::uint32_t CQZ_STInterpretator::Load(std::string text) {
@@ -147,70 +151,14 @@ Qz::uint32_t CQZ_STInterpretator::LoadProgram() {
     return Qz::rcOK;
 }
 
-Qz::uint32_t CQZ_STInterpretator::FindProgramHeader() {
-    // Tokens before PROG are skipped, failures included. A failure that did
-    // not move the scanner (a stray separator) skips one character, so the
-    // search always advances and ends.
-    for (;;) {
-        const int32_t before = TextPos;
-        const Qz::uint32_t r = Scan(TokenText);
-        if (r == Qz::rcEndOfText) return r;
-        if (r == Qz::rcOK && TokenCode == ttPROG) return Qz::rcOK;
-        if (r != Qz::rcOK && TextPos == before) {
-            if (!NextChar()) {
-                CurChar = 0;
-                return Qz::rcEndOfText;
-            }
-            if (Qz::uint32_t skip = SkipWhite()) return skip;
-        }
-    }
-}
-
-Qz::uint32_t CQZ_STInterpretator::ReadProgramName() {
-    if (CurChar == 0) return Qz::rcEndOfText;
-    if (CurChar == ' ') return Qz::rcBadCharacter;
-    TokenStart = TextPos - 1;
-    ClearToken();
-    while (CurChar != ' ') {
-        AppendToken(CurChar);  // the whole name is read; only 255 characters are kept
-        if (!NextChar()) {
-            CurChar = 0;
-            return Qz::rcEndOfText;
-        }
-    }
-    TokenEnd = TextPos - 2;
-    TokenCode = ttNAME;
-    if (Qz::uint32_t r = SkipWhite()) return r;
-    _qzcscpy(ProgramName, kNameLimit, TokenText);
-    ProgramName[kNameLimit] = 0;
-    return Qz::rcOK;
-}
-
 Qz::uint32_t CQZ_STInterpretator::FillVariablesList() {
     double carried[3] = {0.0, 0.0, 0.0};  // the last TVR's 2nd..4th numbers, for TVG
     for (;;) {
         if (TokenCode == ttMAIN) return Qz::rcOK;
-        if (Qz::uint32_t r = Scan(TokenText)) return r;
-        if (TokenCode == ttMAIN) return Qz::rcOK;
-        char name[kTokenBufferSize];
-        _qzcscpy(name, kNameLimit, TokenText);
-        name[kNameLimit] = 0;
-
-        if (Qz::uint32_t r = Scan(TokenText)) return r;
-        if (TokenCode < ttV || TokenCode > ttTVR) return Qz::rcBadDeclKind;
-        const char kind = char(TokenCode);
-        if (Qz::uint32_t r = Scan(TokenText)) return r;
-        if (!IsValueType(char(TokenCode))) return Qz::rcBadDeclType;
-        const char type = char(TokenCode);
-
-        double numbers[4] = {0.0, 0.0, 0.0, 0.0};
-        const int count = kind == char(ttTVR) ? 4 : 1;
-        for (int i = 0; i < count; ++i) {
-            if (Qz::uint32_t r = Scan(TokenText)) return r;
-            if (TokenCode != ttNUMBER) return Qz::rcNoDeclNumber;
-            numbers[i] = DigitValue;
-        }
-        DeclareVariable(name, kind, type, numbers, carried);
+        QZ_DeclarationRead declaration;
+        if (Qz::uint32_t r = ReadDeclaration(false, declaration)) return r;
+        if (declaration.Ended) return Qz::rcOK;
+        DeclareVariable(declaration.Name, declaration.Kind, declaration.Type, declaration.Numbers, carried);
     }
 }
 

@@ -29,6 +29,8 @@ public:
 
     // True while the last InitInterpretator loaded its program without failure.
     bool HasProgram() const { return ProgramLoaded; }
+    // True during Execute: in the host's callbacks and in a trace hook.
+    bool InCycle() const { return CycleRunning; }
     // The declaration behind a name the cycle hands to the host's
     // callbacks (its VarName holds the program's own bytes), or null for
     // any other string.
@@ -36,6 +38,7 @@ public:
 
 private:
     bool ProgramLoaded = false;
+    bool CycleRunning = false;
     template <typename Body>
     static Qz::uint32_t Guarded(Body body);
     Qz::uint32_t Load(std::string text);
@@ -43,8 +46,6 @@ private:
     // Moves the scanner behind the MAIN keyword at the start of a cycle.
     Qz::uint32_t EnterMain();
     Qz::uint32_t LoadProgram();
-    Qz::uint32_t FindProgramHeader();
-    Qz::uint32_t ReadProgramName();
     Qz::uint32_t FillVariablesList();
     Qz::uint32_t DeclareVariable(const char* name, char kind, char type, const double numbers[4],
                                  double carried[3]);

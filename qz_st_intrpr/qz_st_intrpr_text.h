@@ -8,6 +8,31 @@
 
 #include <string>
 
+// One token as a scan at a given position yields it.
+struct QZ_ScannedToken {
+    int32_t Start = 0, End = 0;
+    int32_t Next = -1;  // where the following token begins; -1 when the text ended
+    uint8_t Code = 0;
+    uint8_t NumberType = 0;
+    double Number = 0.0;
+    std::string Text;
+};
+
+// One declaration as the loader (the VAR section) and CAL (a subprogram's
+// locals) read it: name, kind, type and its numbers.
+struct QZ_DeclarationRead {
+    bool Ended = false;  // MAIN (VAR section) or BODY (locals) stood where a name was expected
+    char Name[kTokenBufferSize] = {};
+    uint8_t NameCode = 0;  // the name token's code (any token names a declaration)
+    int32_t NameStart = 0;
+    char Kind = 0;
+    char Type = 0;
+    double Numbers[4] = {0.0, 0.0, 0.0, 0.0};
+    int32_t NumberStart = 0;  // the first number's token
+    int32_t NumberEnd = 0;
+    uint8_t NumberType = 0;
+};
+
 class CQZ_STInterpretator_Base {
 public:
     CQZ_STInterpretator_Base() = default;

@@ -1,5 +1,7 @@
 #include "source_text.h"
 
+#include "../qz_st_intrpr/qz_source.h"
+
 #include <algorithm>
 
 namespace qzrun {
@@ -12,40 +14,7 @@ SourceText::SourceText(std::string path, std::string bytes) : Path_(std::move(pa
 
 bool SourceText::Flatten(size_t& errorOffset) {
     Flat_ = Bytes_;
-    const size_t n = Flat_.size();
-    auto blank = [&](size_t from, size_t to) { std::fill(Flat_.begin() + from, Flat_.begin() + to, ' '); };
-
-    size_t i = 0;
-    // Editors on some systems start a UTF-8 file with a byte order mark; to
-    // the interpreter it would glue itself to the first token.
-    if (Flat_.compare(0, 3, "\xEF\xBB\xBF") == 0) {
-        blank(0, 3);
-        i = 3;
-    }
-    while (i < n) {
-        const char c = Flat_[i];
-        const char next = i + 1 < n ? Flat_[i + 1] : '\0';
-        if (c == '(' && next == '*') {
-            const size_t close = Flat_.find("*)", i + 2);
-            if (close == std::string::npos) {
-                errorOffset = i;
-                return false;
-            }
-            blank(i, close + 2);
-            i = close + 2;
-            continue;
-        }
-        if (c == '/' && next == '/') {
-            size_t end = Flat_.find('\n', i);
-            if (end == std::string::npos) end = n;
-            blank(i, end);
-            i = end;
-            continue;
-        }
-        if (c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v') Flat_[i] = ' ';
-        ++i;
-    }
-    return true;
+    return qz::BlankComments(Flat_, errorOffset);
 }
 
 Location SourceText::Locate(size_t offset) const {
@@ -63,10 +32,7 @@ std::string_view SourceText::Line(int line) const {
     return std::string_view(Bytes_).substr(begin, end - begin);
 }
 
-size_t SourceText::EndOfProgram() const {
-    const size_t last = Flat_.find_last_not_of(' ');
-    return last == std::string::npos ? 0 : last + 1;
-}
+size_t SourceText::EndOfProgram() const { return qz::EndOfProgram(Flat_); }
 
 std::string SourceText::Excerpt(size_t begin, size_t end) const {
     end = std::min(end, Flat_.size());

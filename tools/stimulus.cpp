@@ -24,7 +24,8 @@ std::string Upper(std::string s) {
     return s;
 }
 
-// Splits one line; a quoted field may hold the separator and "" for a quote.
+}  // namespace
+
 bool SplitFields(const std::string& line, char separator, std::vector<std::string>& fields) {
     fields.clear();
     std::string field;
@@ -56,8 +57,6 @@ bool SplitFields(const std::string& line, char separator, std::vector<std::strin
     fields.push_back(wasQuoted ? field : Trim(field));
     return true;
 }
-
-}  // namespace
 
 bool ParseValue(const std::string& text, double& value) {
     const std::string word = Upper(Trim(text));

@@ -22,6 +22,10 @@ struct Stimulus {
 // cannot be read).
 bool ReadStimulus(const std::string& path, uint64_t maxBytes, Stimulus& stimulus, std::string& error);
 
+// Splits one CSV line at `separator`; a quoted field may hold the separator
+// and "" for a quote; unquoted fields are trimmed. False for an open quote.
+bool SplitFields(const std::string& line, char separator, std::vector<std::string>& fields);
+
 // Parses one value as ReadStimulus does (also used for --set).
 bool ParseValue(const std::string& text, double& value);
 

@@ -27,7 +27,8 @@ file(REMOVE_RECURSE ${WORK})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 
 foreach(file include/qz_st_intrpr/qz_st_interpretator.h include/qz_st_intrpr/qz_st_result_codes.h
-             include/qz_st_intrpr/qz_st_variables.h include/qz_st_intrpr/qz_c.h bin/qzrun)
+             include/qz_st_intrpr/qz_st_variables.h include/qz_st_intrpr/qz_c.h include/qz_st_intrpr/qz_st_check.h
+             bin/qzrun)
   if(NOT EXISTS ${prefix}/${file})
     message(FATAL_ERROR "not installed: ${file}")
   endif()

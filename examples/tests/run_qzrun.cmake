@@ -15,6 +15,10 @@
 #   -DMAX_STDERR_LINE=n     no line of standard error may be longer than n characters
 #   -DEXPECT_CARET_UNDER=t  the caret line of the source snippet on standard error has its
 #                           '^' in the column where the snippet line shows the text t
+#   -DINPUT_FILE=file       standard input of the run (default: none)
+#   -DOUTPUT_FILE=file      a file the run writes (relative to WORKDIR); removed before the run
+#   -DOUTPUT_EQUALS=file    ... which must then equal this file exactly
+#   -DSEED_OUTPUT_FILE=file ... which starts as a copy of this file instead
 cmake_minimum_required(VERSION 3.25)
 
 string(REPLACE "|" ";" args "${ARGS}")
@@ -33,9 +37,20 @@ if(DEFINED MAKE_FIFO)
   endif()
 endif()
 
+if(DEFINED OUTPUT_FILE)
+  file(REMOVE "${WORKDIR}/${OUTPUT_FILE}")
+  if(DEFINED SEED_OUTPUT_FILE)
+    file(COPY_FILE "${SEED_OUTPUT_FILE}" "${WORKDIR}/${OUTPUT_FILE}")
+  endif()
+endif()
+set(stdin_option "")
+if(DEFINED INPUT_FILE)
+  set(stdin_option INPUT_FILE "${INPUT_FILE}")
+endif()
+
 string(TIMESTAMP started "%s%f")
 execute_process(COMMAND ${QZRUN} ${args}
-  WORKING_DIRECTORY "${WORKDIR}"
+  WORKING_DIRECTORY "${WORKDIR}" ${stdin_option}
   OUTPUT_VARIABLE out ERROR_VARIABLE err RESULT_VARIABLE rc)
 string(TIMESTAMP finished "%s%f")
 if(DEFINED MAKE_FIFO)
@@ -52,6 +67,17 @@ if(DEFINED EXPECT_STDOUT)
     file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/actual_output.txt" "${out}")
     string(APPEND problems "standard output differs from ${EXPECT_STDOUT}\n"
       "(saved as ${CMAKE_CURRENT_BINARY_DIR}/actual_output.txt; diff the two)\n")
+  endif()
+endif()
+if(DEFINED OUTPUT_EQUALS)
+  if(NOT EXISTS "${WORKDIR}/${OUTPUT_FILE}")
+    string(APPEND problems "the run wrote no ${OUTPUT_FILE}\n")
+  else()
+    file(READ "${WORKDIR}/${OUTPUT_FILE}" written)
+    file(READ "${OUTPUT_EQUALS}" reference)
+    if(NOT written STREQUAL reference)
+      string(APPEND problems "${OUTPUT_FILE} differs from ${OUTPUT_EQUALS}\n")
+    endif()
   endif()
 endif()
 if(EXPECT_EMPTY_STDOUT AND NOT out STREQUAL "")

@@ -21,7 +21,8 @@ from . import _native
 
 __all__ = [
     "Program", "load", "Outputs", "Variable", "QzError", "LoadError", "CycleError",
-    "NotAvailableError", "check", "check_available", "result_message", "result_name", "library_version",
+    "NotAvailableError", "Diagnostic", "check", "check_file", "check_available", "result_message", "result_name", "library_version",
+    "library_path",
     "TYPE_NAMES", "KIND_NAMES",
 ]
 
@@ -35,10 +36,19 @@ _FLOATING = (0x27, 0x28)
 _BUFFER_TOO_SMALL = 109
 
 Variable = namedtuple("Variable", "name kind type ordinal value")
+# One diagnostic of check(): severity "error" or "warning"; code the result
+# code running would return (errors) or 0; id "22" or "stack-growth";
+# begin/end the byte range; line and column (bytes) of begin, from 1.
+Diagnostic = namedtuple("Diagnostic", "severity code id begin end line column message note")
 
 
 def library_version():
     return _lib.qz_version().decode()
+
+
+def library_path():
+    """Where the library was found (QZST_LIBRARY, the package, the loader)."""
+    return _native.loaded_from
 
 
 def result_message(code):
@@ -343,7 +353,25 @@ def check_available():
 
 
 def check(text):
-    """The program's diagnostics, once the library has qz_check."""
+    """The diagnostics of a program's text (str or bytes, comments allowed),
+    in the order of the text, as qzrun --check reports them."""
     if _check_function is None:
         raise NotAvailableError("check() is not available: this libqz_st_intrpr has no qz_check")
-    raise NotAvailableError("check() is not bound to this library's qz_check yet")
+    data = text.encode("utf-8") if isinstance(text, str) else bytes(text)
+    found = []
+
+    def report(_context, d):
+        d = d.contents
+        found.append(Diagnostic("error" if d.severity == 1 else "warning", d.code, d.id.decode(), d.begin, d.end,
+                                d.line, d.column, d.message.decode(), d.note.decode()))
+
+    code = _check_function(data, len(data), _native.DIAGNOSTIC_FN(report), None)
+    if code:
+        raise QzError(code)
+    return found
+
+
+def check_file(path):
+    """The diagnostics of a program file."""
+    with open(path, "rb") as f:
+        return check(f.read())

@@ -88,30 +88,47 @@ def _candidates():
     yield "libqz_st_intrpr.so.1"
 
 
+loaded_from = None  # the path the library was loaded from
+
+
 def load_library():
+    global loaded_from
     errors = []
     for path in _candidates():
         try:
             lib = ctypes.CDLL(path)
-        except OSError as error:
+            getattr(lib, "qz_new")
+        except (OSError, AttributeError) as error:
             errors.append(str(error))
             continue
         for name, (restype, argtypes) in _SIGNATURES.items():
             function = getattr(lib, name)
             function.restype = restype
             function.argtypes = argtypes
+        loaded_from = path
         return lib
     raise ImportError("qzst cannot find libqz_st_intrpr (set QZST_LIBRARY to its path): " + "; ".join(errors))
 
 
 # ---- The checker ----------------------------------------------------------
-# qz_check arrives with the checker. Until the library exports it, check()
-# reports that it is not available. When it does, this is the one place that
-# knows its signature and its diagnostic's layout.
+# qz_check needs no handle: the text goes in, each diagnostic comes back
+# through the callback, laid out as QZDiagnostic in qz_st_check.h.
+
+class Diagnostic(ctypes.Structure):
+    _fields_ = [("severity", ctypes.c_uint32), ("code", ctypes.c_uint32), ("id", ctypes.c_char_p),
+                ("begin", c_size), ("end", c_size), ("line", ctypes.c_uint32), ("column", ctypes.c_uint32),
+                ("message", ctypes.c_char_p), ("note", ctypes.c_char_p)]
+
+
+DIAGNOSTIC_FN = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.POINTER(Diagnostic))
+
 
 def bind_check(lib):
     """The library's qz_check, bound, or None when this library has none."""
     try:
-        return getattr(lib, "qz_check")
+        function = getattr(lib, "qz_check")
     except AttributeError:
         return None
+    function.restype = ctypes.c_int
+    function.argtypes = [ctypes.c_char_p, c_size, DIAGNOSTIC_FN, ctypes.c_void_p]
+    return function

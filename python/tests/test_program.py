@@ -1,5 +1,11 @@
 """The qzst package as an engineer uses it in unit tests of a program."""
 
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+
 import pytest
 
 import qzst
@@ -153,11 +159,23 @@ def test_result_codes_come_from_the_library():
     assert qzst.library_version() == "1.0.0"
 
 
-def test_check_reports_cleanly_when_the_library_has_none():
-    if qzst.check_available():
-        pytest.skip("this library has qz_check")
-    with pytest.raises(qzst.NotAvailableError, match="not available"):
-        qzst.check(b"PROG P MAIN RET")
+def test_check_finds_an_unknown_label_where_running_would_stop():
+    text = "PROG P\nVAR\n  X VG DINT 0\nMAIN\n  JMP NOWHERE (* never taken? still wrong *)\nRET\n"
+    assert qzst.check_available()
+    errors = [d for d in qzst.check(text) if d.severity == "error"]
+    assert [(d.code, d.id, d.line, d.column) for d in errors] == [(22, "22", 5, 7)]
+    assert text.encode()[errors[0].begin:errors[0].end] == b"NOWHERE"
+    assert errors[0].message == qzst.result_message(22)
+
+
+def test_check_reports_warnings_with_their_identifiers():
+    text = "PROG P\nVAR\n  X VG DINT 0\nMAIN\n  MOV 1 @X\nRET\n"
+    assert [(d.severity, d.id, d.line) for d in qzst.check(text)] == [("warning", "unread-variable", 3)]
+
+
+def test_every_example_checks_without_errors(examples):
+    for path in sorted(examples.glob("*.qz")):
+        assert [d for d in qzst.check_file(path) if d.severity == "error"] == [], path
 
 
 def test_on_delay_switches_after_one_second(examples):
@@ -166,3 +184,29 @@ def test_on_delay_switches_after_one_second(examples):
     timer.simulate_time(100)
     outputs = [timer.cycle(IN=1, PT=1000)["Q"] for _ in range(12)]
     assert outputs.index(1) == 10
+
+
+def _import_in_a_new_process(tmp_path, env):
+    return subprocess.run([sys.executable, "-c", "import qzst; print(qzst.library_path())"],
+                          env=env, cwd=tmp_path, capture_output=True, text=True)
+
+
+def test_the_library_is_found_beside_the_package(tmp_path):
+    # A copy of the package with the library in its directory, and no
+    # QZST_LIBRARY: the copy beside it is the one loaded.
+    package = tmp_path / "qzst"
+    shutil.copytree(pathlib.Path(qzst.__file__).parent, package,
+                    ignore=shutil.ignore_patterns("__pycache__", "libqz_st_intrpr.so*"))
+    shutil.copy(qzst.library_path(), package / "libqz_st_intrpr.so.1")
+    env = {k: v for k, v in os.environ.items() if k != "QZST_LIBRARY"}
+    env["PYTHONPATH"] = str(tmp_path)
+    result = _import_in_a_new_process(tmp_path, env)
+    assert result.returncode == 0, result.stderr
+    assert result.stdout.strip() == str(package / "libqz_st_intrpr.so.1")
+
+
+def test_a_wrong_library_path_is_reported(tmp_path):
+    env = dict(os.environ, QZST_LIBRARY=str(tmp_path / "missing.so"))
+    result = _import_in_a_new_process(tmp_path, env)
+    assert result.returncode != 0
+    assert "qzst cannot find libqz_st_intrpr (set QZST_LIBRARY to its path)" in result.stderr

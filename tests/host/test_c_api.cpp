@@ -18,7 +18,7 @@ namespace {
     X(qz_run) X(qz_where) X(qz_recover) X(qz_set_budget) X(qz_set_clock) X(qz_set_trace) X(qz_set_stack_limit) \
     X(qz_set_call_depth_limit) X(qz_set_memory_limit) X(qz_list_variables) X(qz_list_locals)                 \
     X(qz_get_variable) X(qz_set_variable) X(qz_save_retained) X(qz_restore_retained) X(qz_get_machine)        \
-    X(qz_get_stack) X(qz_get_call)
+    X(qz_get_stack) X(qz_get_call) X(qz_check)
 
 struct CApi {
     explicit CApi(const Plugin& plugin) {
@@ -93,6 +93,36 @@ TEST_F(CInterface, ACycleWithCallbacks) {
     EXPECT_EQ(x.Outputs[0].Type, QZ_TYPE_DINT);
     EXPECT_EQ(x.Outputs[0].Written, 1);
     EXPECT_EQ(c.qz_run(Q, nullptr, nullptr, nullptr), QZ_rcDivisionByZero) << "without callbacks inputs read 0";
+}
+
+// What qz_check reported, copied out of the callback.
+struct Seen {
+    uint32_t Severity, Code, Line, Column;
+    std::string Id, Range, Message;
+};
+
+void Collect(void* context, const qz_diagnostic* d) {
+    auto& pair = *static_cast<std::pair<const std::string*, std::vector<Seen>*>*>(context);
+    pair.second->push_back({d->Severity, d->Code, d->Line, d->Column, d->Id,
+                            pair.first->substr(d->Begin, d->End - d->Begin), d->Message});
+}
+
+TEST_F(CInterface, CheckNeedsNoHandleAndReportsWhereRunningWouldStop) {
+    const std::string text = "PROG P (* a comment *)\nVAR X VG DINT 0\nMAIN\n  MOV @X R0\n  JMP LATER\nRET\n";
+    std::vector<Seen> seen;
+    std::pair<const std::string*, std::vector<Seen>*> context{&text, &seen};
+    ASSERT_EQ(c.qz_check(text.data(), text.size(), Collect, &context), QZ_rcOK);
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0].Severity, uint32_t(QZ_DIAGNOSTIC_ERROR));
+    EXPECT_EQ(seen[0].Code, uint32_t(QZ_rcLabelNotFound));
+    EXPECT_EQ(seen[0].Id, "22");
+    EXPECT_EQ(seen[0].Range, "LATER");
+    EXPECT_EQ(seen[0].Line, 5u);
+    EXPECT_EQ(seen[0].Column, 7u);
+    EXPECT_EQ(seen[0].Message, c.qz_result_message(QZ_rcLabelNotFound));
+    EXPECT_EQ(c.qz_check(text.data(), text.size(), nullptr, nullptr), QZ_rcOK) << "no callback: checked all the same";
+    EXPECT_EQ(c.qz_check(nullptr, 5, Collect, &context), QZ_rcEmptyText);
+    EXPECT_EQ(c.qz_check(nullptr, 0, Collect, &context), QZ_rcOK);
 }
 
 TEST_F(CInterface, NamesReachTheCallbacksAsTheProgramsBytes) {
@@ -319,6 +349,39 @@ TEST_F(CInterface, HostileArguments) {
     const unsigned char garbage[40] = {'Q', 'Z', 'R', 'V', 1, 0, 0, 0, 40};
     EXPECT_EQ(c.qz_restore_retained(Q, garbage, sizeof garbage), QZ_rcSnapshotCorrupt);
     EXPECT_EQ(c.qz_restore_retained(Q, nullptr, 0), QZ_rcSnapshotCorrupt);
+}
+
+}  // namespace
+
+namespace {
+
+// A callback that tries to reload, rerun, recover or close the handle that
+// is running it gets 114 and changes nothing.
+struct Reentry {
+    CApi* C;
+    qz_state* Q;
+    std::vector<int> Codes;
+};
+
+void ReenterFromInput(void* context, const char*, size_t, double* value) {
+    Reentry& r = *static_cast<Reentry*>(context);
+    r.Codes.push_back(r.C->qz_load(r.Q, "PROG P MAIN RET", 15));
+    r.Codes.push_back(r.C->qz_load_source(r.Q, "PROG P MAIN RET", 15));
+    r.Codes.push_back(r.C->qz_run(r.Q, nullptr, nullptr, nullptr));
+    r.Codes.push_back(r.C->qz_recover(r.Q));
+    r.C->qz_close(r.Q);
+    *value = 4;
+}
+
+TEST_F(CInterface, CallbacksCannotPullTheCycleFromUnderItself) {
+    ASSERT_EQ(c.qz_load(Q, kDivider.data(), kDivider.size()), QZ_rcOK);
+    Reentry r{&c, Q, {}};
+    ASSERT_EQ(c.qz_run(Q, ReenterFromInput, nullptr, &r), QZ_rcOK);
+    EXPECT_EQ(r.Codes, (std::vector<int>{QZ_rcInCycle, QZ_rcInCycle, QZ_rcInCycle, QZ_rcInCycle}));
+    double result = 0;
+    ASSERT_EQ(c.qz_get_variable(Q, "RESULT", 6, &result, nullptr), QZ_rcOK) << "the handle is still open";
+    EXPECT_EQ(result, 25.0);
+    ASSERT_EQ(c.qz_run(Q, nullptr, nullptr, nullptr), QZ_rcDivisionByZero) << "and runs again afterwards";
 }
 
 }  // namespace

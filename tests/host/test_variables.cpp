@@ -511,3 +511,83 @@ TEST_F(HostVariables, WithoutAProgramNothingIsFound) {
 }
 
 }  // namespace
+
+namespace {
+
+struct RecoverProbe {
+    decltype(&QZRecover) Recover;
+    IQZSTInterpretator* Object;
+    std::vector<uint32_t> Codes;
+};
+
+void RecoverFromTrace(void* context, const QZTraceEvent*) {
+    RecoverProbe& probe = *static_cast<RecoverProbe*>(context);
+    probe.Codes.push_back(probe.Recover(probe.Object));
+}
+
+TEST_F(HostVariables, RecoveryFromInsideACycleIsRefused) {
+    ASSERT_EQ(object->InitInterpretator(kDivider), 0u);
+    RecoverProbe probe{Recover, object, {}};
+    plugin.SetTrace(object, RecoverFromTrace, &probe);
+    ASSERT_EQ(Run(4), 0u);
+    plugin.SetTrace(object, nullptr, nullptr);
+    ASSERT_FALSE(probe.Codes.empty());
+    for (uint32_t code : probe.Codes) EXPECT_EQ(code, uint32_t(Qz::rcInCycle));
+    EXPECT_EQ(host.Outputs["RESULT"], 25.0);
+    EXPECT_EQ(Recover(object), 0u) << "between cycles it is fine";
+}
+
+}  // namespace
+
+namespace {
+
+// CRC-32 as zlib computes it (reflected, polynomial 0xEDB88320), written out
+// here so the test checks the format, not the library against itself.
+uint32_t Crc32(const uint8_t* data, size_t size) {
+    uint32_t crc = 0xFFFFFFFFu;
+    for (size_t i = 0; i < size; ++i) {
+        crc ^= data[i];
+        for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+    }
+    return ~crc;
+}
+
+void Reseal(std::vector<uint8_t>& snapshot) {
+    const uint32_t crc = Crc32(snapshot.data(), snapshot.size() - 4);
+    for (int i = 0; i < 4; ++i) snapshot[snapshot.size() - 4 + size_t(i)] = uint8_t(crc >> (8 * i));
+}
+
+TEST_F(HostVariables, SnapshotChecksumIsZlibsCrc32) {
+    ASSERT_EQ(object->InitInterpretator(kEveryKind), 0u);
+    std::vector<uint8_t> saved = Snapshot();
+    const std::vector<uint8_t> original = saved;
+    Reseal(saved);
+    EXPECT_EQ(saved, original);
+}
+
+// Altered snapshots whose checksum was made to fit: the declarations are
+// read with every length checked, and the result is a refusal or, where only
+// a value changed, that value; never a read beyond the snapshot.
+TEST_F(HostVariables, ResealedAlterationsAreReadSafely) {
+    ASSERT_EQ(object->InitInterpretator(kEveryKind), 0u);
+    const std::vector<uint8_t> saved = Snapshot();
+    for (size_t i = 8; i + 4 < saved.size(); ++i) {
+        for (uint8_t replacement : {uint8_t(0), uint8_t(1), uint8_t(0x7f), uint8_t(0xff)}) {
+            std::vector<uint8_t> altered = saved;
+            if (altered[i] == replacement) continue;
+            altered[i] = replacement;
+            Reseal(altered);
+            const uint32_t r = Restore(object, altered.data(), altered.size());
+            EXPECT_TRUE(r == 0 || r == Qz::rcSnapshotCorrupt || r == Qz::rcSnapshotMismatch)
+                << "byte " << i << " := " << int(replacement) << ": " << r;
+            ASSERT_EQ(Restore(object, saved.data(), saved.size()), 0u);
+        }
+    }
+    // A declaration count far beyond what the bytes hold.
+    std::vector<uint8_t> counted = saved;
+    counted[12] = counted[13] = counted[14] = counted[15] = 0xff;
+    Reseal(counted);
+    EXPECT_EQ(Restore(object, counted.data(), counted.size()), uint32_t(Qz::rcSnapshotCorrupt));
+}
+
+}  // namespace

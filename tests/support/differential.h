@@ -98,7 +98,9 @@ public:
         s << "stack";
         for (const QZ_StackValue& v : m.Stack) s << ' ' << Bits(v.Value) << ':' << int(v.ValueType);
         s << "\ncalls";
-        for (const QZ_FuncStackValue& v : m.CallStack) s << ' ' << v.ReturnIndex;
+        // What a debugger reads of a pending call is the same on both paths too.
+        for (const QZ_FuncStackValue& v : m.CallStack)
+            s << ' ' << v.ReturnIndex << '@' << v.CallStart << '>' << v.LabelStart;
         s << "\ntables " << m.TableStack.size() << " labels " << m.Labels.size() << '\n';
         s << "tick " << Bits(m.TickValue) << ' ' << m.TickLast << '\n';
         s << "scanner " << m.TokenStart << ' ' << m.TokenEnd << ' ' << m.TextPos << ' ' << int(m.CurChar) << ' '

@@ -68,11 +68,7 @@ std::string Flatten(std::string text) {
     return text;
 }
 
-std::string RepositoryRoot() {
-    std::string file = __FILE__;  // .../tests/unit/this file
-    for (int up = 0; up < 3; ++up) file = file.substr(0, file.find_last_of('/'));
-    return file;
-}
+std::string RepositoryRoot() { return QZ_REPOSITORY_ROOT; }
 
 // The string literals of a C++ source, adjacent ones joined as the compiler joins them.
 std::vector<std::string> StringLiterals(const std::string& src) {

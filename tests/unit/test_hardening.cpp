@@ -423,10 +423,7 @@ TEST(HardeningReload, InitAfterEveryFailureGivesAFreshProgram) {
 
 // ---- Saved inputs of the fuzzers ----
 
-std::string SourceDir() {
-    std::string file = __FILE__;
-    return file.substr(0, file.rfind('/'));  // tests/unit
-}
+std::string SourceDir() { return std::string(QZ_REPOSITORY_ROOT) + "/tests/unit"; }
 
 std::vector<std::string> FilesIn(const std::string& dir) {
     std::vector<std::string> files;

@@ -1,13 +1,16 @@
-#include "qz_c_source.h"
+#include "qz_source.h"
 
 #include <algorithm>
 
-bool QZ_BlankComments(std::string& text, size_t& errorOffset) {
+namespace qz {
+
+bool BlankComments(std::string& text, size_t& errorOffset) {
     const size_t n = text.size();
     auto blank = [&](size_t from, size_t to) { std::fill(text.begin() + long(from), text.begin() + long(to), ' '); };
+
     size_t i = 0;
     // Editors on some systems start a UTF-8 file with a byte order mark; to
-    // the interpreter it would glue itself to the first word.
+    // the interpreter it would glue itself to the first token.
     if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) {
         blank(0, 3);
         i = 3;
@@ -23,19 +26,24 @@ bool QZ_BlankComments(std::string& text, size_t& errorOffset) {
             }
             blank(i, close + 2);
             i = close + 2;
-        } else if (c == '/' && next == '/') {
-            const size_t end = std::min(text.find('\n', i), n);
+            continue;
+        }
+        if (c == '/' && next == '/') {
+            size_t end = text.find('\n', i);
+            if (end == std::string::npos) end = n;
             blank(i, end);
             i = end;
-        } else {
-            if (c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v') text[i] = ' ';
-            ++i;
+            continue;
         }
+        if (c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v') text[i] = ' ';
+        ++i;
     }
     return true;
 }
 
-size_t QZ_EndOfProgram(const std::string& flat) {
-    const size_t last = flat.find_last_not_of(' ');
+size_t EndOfProgram(const std::string& blanked) {
+    const size_t last = blanked.find_last_not_of(' ');
     return last == std::string::npos ? 0 : last + 1;
 }
+
+}  // namespace qz
