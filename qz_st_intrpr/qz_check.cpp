@@ -255,9 +255,28 @@ std::string NotInstructionNote(const Token& t) {
     return NearMiss(upper, names, "");
 }
 
+// For each label, the subprograms (0: the program) whose text jumps to it.
+// Code after a subprogram's RET runs only when jumped to, in the frame of
+// whoever jumps there.
+std::unordered_map<std::string, std::vector<size_t>> JumpSources(const Analysis& a) {
+    std::unordered_map<std::string, std::vector<size_t>> sources;
+    size_t scope = 0, headers = 0;
+    for (size_t i = 0; i + 1 < a.Tokens.size(); ++i) {
+        if (a.Tokens[i].Failure) continue;
+        const uint8_t code = a.Tokens[i].Scanned.Code;
+        if (code == ttLABEL && StartsSubprogram(a, i)) scope = ++headers;
+        const bool jump = code == ttJMP || code == ttJMPF || code == ttJMPT;
+        if (!jump || a.Tokens[i + 1].Failure || a.Tokens[i + 1].Scanned.Code != ttNAME) continue;
+        std::vector<size_t>& list = sources[a.Tokens[i + 1].Scanned.Text];
+        if (std::find(list.begin(), list.end(), scope) == list.end()) list.push_back(scope);
+    }
+    return sources;
+}
+
 // The body loop's view of every token: labels passed over, BODY passed over
 // inside a subprogram, RET ending a body, anything else an instruction.
 void Walk(Analysis& a) {
+    const auto sources = JumpSources(a);
     const size_t n = a.Tokens.size();
     a.TokenScope.assign(n, 0);
     a.InstructionAt.assign(n, -1);
@@ -299,9 +318,15 @@ void Walk(Analysis& a) {
                 a.TokenScope[i] = scope;
                 bodyOpen = true;
                 i = ReadSubprogramHeader(a, i);
-            } else {
-                ++i;
+                continue;
             }
+            const auto jumpers = sources.find(t.Scanned.Text);
+            if (scope > 0 && !bodyOpen && jumpers != sources.end() && jumpers->second.size() == 1) {
+                scope = jumpers->second[0];  // code past a subprogram's RET, jumped to from one body
+                a.TokenScope[i] = scope;
+                a.Out.Labels.back().ScopeIndex = scope;
+            }
+            ++i;
             continue;
         }
         if (code == ttBODY && scope > 0) {
