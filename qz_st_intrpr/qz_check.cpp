@@ -161,18 +161,22 @@ void Tokenise(Analysis& a) {
 
 bool IsLocalKind(uint8_t code) { return code == ttV || code == ttVA || code == ttVR; }
 
+// Per token: whether declarations of locals (name, kind, type, number), as
+// many as there are, lead from it to a BODY.
+std::vector<bool> LeadsToBody(const Analysis& a) {
+    const size_t n = a.Tokens.size();
+    auto code = [&](size_t k) { return k < n && !a.Tokens[k].Failure ? a.Tokens[k].Scanned.Code : 0; };
+    std::vector<bool> leads(n + 4, false);
+    for (size_t j = n; j-- > 0;)
+        leads[j] = code(j) == ttBODY || (IsLocalKind(code(j + 1)) && IsValueType(char(code(j + 2))) &&
+                                         code(j + 3) == ttNUMBER && leads[j + 4]);
+    return leads;
+}
+
 // A label that starts a subprogram: one that is called, or one followed by
 // declarations of locals and BODY.
 bool StartsSubprogram(const Analysis& a, size_t i) {
-    if (a.CallTargets.count(a.Tokens[i].Scanned.Text)) return true;
-    size_t j = i + 1;
-    auto code = [&](size_t k) { return k < a.Tokens.size() && !a.Tokens[k].Failure ? a.Tokens[k].Scanned.Code : 0; };
-    while (j < a.Tokens.size()) {
-        if (code(j) == ttBODY) return true;
-        if (!IsLocalKind(code(j + 1)) || !IsValueType(char(code(j + 2))) || code(j + 3) != ttNUMBER) return false;
-        j += 4;
-    }
-    return false;
+    return a.CallTargets.count(a.Tokens[i].Scanned.Text) || a.LeadsToBody[i + 1];
 }
 
 size_t TokenAt(const Analysis& a, size_t begin, size_t from) {
@@ -276,6 +280,7 @@ std::unordered_map<std::string, std::vector<size_t>> JumpSources(const Analysis&
 // The body loop's view of every token: labels passed over, BODY passed over
 // inside a subprogram, RET ending a body, anything else an instruction.
 void Walk(Analysis& a) {
+    a.LeadsToBody = LeadsToBody(a);
     const auto sources = JumpSources(a);
     const size_t n = a.Tokens.size();
     a.TokenScope.assign(n, 0);
@@ -411,6 +416,7 @@ Model Analyse(std::string_view fileText) {
         a.M->SuppressLabelRegistration = true;
         detail::Tokenise(a);
         detail::Walk(a);
+        detail::NoteMissingVariables(a);
         detail::AnalyseFlow(a);
         detail::AnalyseUses(a);
     }
