@@ -259,20 +259,23 @@ std::string NotInstructionNote(const Token& t) {
     return NearMiss(upper, names, "");
 }
 
-// For each label, the subprograms (0: the program) whose text jumps to it.
-// Code after a subprogram's RET runs only when jumped to, in the frame of
+// For each label, the regions of text that jump to it, each named by the
+// token of the subprogram label it follows (kNoHeader: the program's). Code
+// after a subprogram's RET runs only when jumped to, in the frame of
 // whoever jumps there.
+constexpr size_t kNoHeader = size_t(-1);
+
 std::unordered_map<std::string, std::vector<size_t>> JumpSources(const Analysis& a) {
     std::unordered_map<std::string, std::vector<size_t>> sources;
-    size_t scope = 0, headers = 0;
+    size_t region = kNoHeader;
     for (size_t i = 0; i + 1 < a.Tokens.size(); ++i) {
         if (a.Tokens[i].Failure) continue;
         const uint8_t code = a.Tokens[i].Scanned.Code;
-        if (code == ttLABEL && StartsSubprogram(a, i)) scope = ++headers;
+        if (code == ttLABEL && StartsSubprogram(a, i)) region = i;
         const bool jump = code == ttJMP || code == ttJMPF || code == ttJMPT;
         if (!jump || a.Tokens[i + 1].Failure || a.Tokens[i + 1].Scanned.Code != ttNAME) continue;
         std::vector<size_t>& list = sources[a.Tokens[i + 1].Scanned.Text];
-        if (std::find(list.begin(), list.end(), scope) == list.end()) list.push_back(scope);
+        if (std::find(list.begin(), list.end(), region) == list.end()) list.push_back(region);
     }
     return sources;
 }
@@ -282,6 +285,7 @@ std::unordered_map<std::string, std::vector<size_t>> JumpSources(const Analysis&
 void Walk(Analysis& a) {
     a.LeadsToBody = LeadsToBody(a);
     const auto sources = JumpSources(a);
+    std::unordered_map<size_t, size_t> headerScope;  // a subprogram label's token -> its scope
     const size_t n = a.Tokens.size();
     a.TokenScope.assign(n, 0);
     a.InstructionAt.assign(n, -1);
@@ -320,6 +324,7 @@ void Walk(Analysis& a) {
             }
             if (header) {
                 scope = a.Out.Scopes.size();
+                headerScope.emplace(i, scope);
                 a.TokenScope[i] = scope;
                 bodyOpen = true;
                 i = ReadSubprogramHeader(a, i);
@@ -327,7 +332,11 @@ void Walk(Analysis& a) {
             }
             const auto jumpers = sources.find(t.Scanned.Text);
             if (scope > 0 && !bodyOpen && jumpers != sources.end() && jumpers->second.size() == 1) {
-                scope = jumpers->second[0];  // code past a subprogram's RET, jumped to from one body
+                // Code past a subprogram's RET, jumped to from one body only.
+                const size_t region = jumpers->second[0];
+                const auto known = headerScope.find(region);
+                if (region == kNoHeader) scope = 0;
+                else if (known != headerScope.end()) scope = known->second;
                 a.TokenScope[i] = scope;
                 a.Out.Labels.back().ScopeIndex = scope;
             }
