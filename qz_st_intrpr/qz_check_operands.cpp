@@ -89,6 +89,10 @@ void UseLabel(Reading& r, const Token& t) {
         Fail(r, Qz::rcNoLabelToken, t,
              "`" + t.Scanned.Text + "` at " + Place(a.File, size_t(label->LabelStart)) +
                  " is a keyword, not a label: running stops there");
+    else if (size_t(label->LabelStart) < a.BodyPosition)
+        a.Warning("label-before-main", t.Begin, t.End,
+                  "the loader entered `" + t.Scanned.Text + "` at " + Place(a.File, size_t(label->LabelStart)) +
+                      " while it looked for PROG or read the declarations; that one is the target");
 }
 
 void UseBuiltin(Reading& r, const Token& t) {
