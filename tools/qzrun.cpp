@@ -261,7 +261,7 @@ Options ParseOptions(int argc, char** argv) {
         } else if (arg == "--werror") {
             noValue();
             options.CheckReport.WarningsAreErrors = true;
-        } else if (arg.compare(0, 2, "-W") == 0 || arg == "--format") {
+        } else if (arg == "-W" || arg.compare(0, 2, "-W") == 0 || arg == "--format") {
             const std::string given = arg.size() > 2 && arg[1] == 'W' ? arg.substr(2) : takeValue();
             std::string error;
             const bool ok = arg == "--format" ? qzrun::SetFormat(options.CheckReport, given, error)
