@@ -1,6 +1,6 @@
 #include "source_text.h"
 
-#include "../qz_st_intrpr/qz_source.h"
+#include "../qz_st_intrpr/text/qz_source.h"
 
 #include <algorithm>
 

@@ -126,10 +126,11 @@ TEST_P(CheckerAgrees, SameCodeAtTheSameToken) {
     // At the end of the text the scanner's position tells nothing more.
     // A target that is no label is shown at the operand; the note names the
     // place where running stops.
-    if (run.Code == Qz::rcNoLabelToken)
+    if (run.Code == Qz::rcNoLabelToken) {
         EXPECT_NE(errors[0].Note.find("1:" + std::to_string(run.TokenStart + 1)), std::string::npos) << errors[0].Note;
-    else if (run.Code != Qz::rcEndOfText && run.Code != Qz::rcEmptyText)
+    } else if (run.Code != Qz::rcEndOfText && run.Code != Qz::rcEmptyText) {
         EXPECT_EQ(errors[0].Where.Begin, size_t(run.TokenStart)) << c.Text;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryErrorKind, CheckerAgrees, ::testing::ValuesIn(kCases),
@@ -154,6 +155,64 @@ TEST(CheckerText, CommentsKeepOffsets) {
     const qz::check::Model model = qz::check::Analyse(text);
     ASSERT_EQ(model.Diagnostics.size(), 1u);
     EXPECT_EQ(text.substr(model.Diagnostics[0].Where.Begin, 2), "@Y");
+}
+
+}  // namespace
+
+namespace {
+
+bool Warns(const std::string& text, const std::string& id) {
+    for (const auto& d : qz::check::Analyse(text).Diagnostics)
+        if (d.Level == qz::check::Severity::Warning && d.Id == id) return true;
+    return false;
+}
+
+// What a warning says happens, happens when the program runs.
+TEST(CheckerWarnings, ForwardJumpWithoutVarFailsWith22) {
+    const std::string text = "PROG P MAIN JMP LATER LATER: RET";
+    EXPECT_TRUE(Warns(text, "forward-jump-no-var"));
+    EXPECT_EQ(RunProgram(text).Code, 22u);
+    EXPECT_FALSE(Warns("PROG P VAR MAIN JMP LATER LATER: RET", "forward-jump-no-var"));
+    EXPECT_EQ(RunProgram("PROG P VAR MAIN JMP LATER LATER: RET").Code, 0u);
+}
+
+TEST(CheckerWarnings, RetAtEndLeavesTheCallOpen) {
+    const std::string text = "PROG P VAR OUT VO DINT 0 MAIN CAL S MOV R0 @OUT RET S: BODY MOV 1 R0 RET";
+    EXPECT_TRUE(Warns(text, "ret-at-end"));
+    EXPECT_EQ(RunProgram(text).Code, 23u);
+    EXPECT_FALSE(Warns(text + " RET", "ret-at-end"));
+    EXPECT_EQ(RunProgram(text + " RET").Code, 0u);
+}
+
+TEST(CheckerWarnings, StackGrowthReachesTheStackLimit) {
+    const std::string text = "PROG P VAR MAIN L: MOV 1 PUSH JMP L RET";
+    EXPECT_TRUE(Warns(text, "stack-growth"));
+    CQZ_STInterpretator machine;
+    ASSERT_EQ(machine.InitInterpretator(text), 0u);
+    QZSetStackLimit(&machine, 100);
+    RecordingHost host;
+    EXPECT_EQ(machine.Execute(&host), uint32_t(Qz::rcStackLimit));
+}
+
+TEST(CheckerWarnings, StackUnderflowFailsWith11) {
+    const std::string text = "PROG P VAR MAIN MOV POP R0 RET";
+    EXPECT_TRUE(Warns(text, "stack-underflow"));
+    EXPECT_EQ(RunProgram(text).Code, 11u);
+    EXPECT_FALSE(Warns("PROG P VAR MAIN MOV 1 PUSH MOV POP R0 RET", "stack-underflow"));
+}
+
+TEST(CheckerWarnings, LiteralRangeWraps) {
+    const std::string text = "PROG P VAR SMALL VO USINT 0 MAIN MOV 300 @SMALL RET";
+    const qz::check::Model model = qz::check::Analyse(text);
+    ASSERT_EQ(model.Diagnostics.size(), 1u);
+    EXPECT_EQ(model.Diagnostics[0].Id, "literal-range");
+    EXPECT_EQ(model.Diagnostics[0].Note, "300 stored as USINT is 44");
+    CQZ_STInterpretator machine;
+    ASSERT_EQ(machine.InitInterpretator(text), 0u);
+    RecordingHost host;
+    ASSERT_EQ(machine.Execute(&host), 0u);
+    ASSERT_EQ(host.Calls.size(), 1u);
+    EXPECT_EQ(host.Calls[0].Value, 44.0);
 }
 
 }  // namespace

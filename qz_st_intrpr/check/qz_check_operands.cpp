@@ -40,23 +40,6 @@ std::vector<std::string> NamesInScope(const Analysis& a, size_t scope) {
     return names;
 }
 
-std::string MissingVariableNote(Reading& r, const Token& t) {
-    Analysis& a = r.A;
-    const std::string& name = t.Scanned.Text;
-    for (size_t s = 0; s < a.Out.Scopes.size(); ++s) {
-        if (s == r.Scope || !a.Find(name, s)) continue;
-        if (r.Scope > 0)
-            return "`" + name + "` is declared in " + (s == 0 ? std::string("the program") : "`" + a.Out.Scopes[s].Name + "`") +
-                   "; a subprogram sees only its own locals (pass a reference through the stack)";
-        return "`" + name + "` is a local of `" + a.Out.Scopes[s].Name + "`; the program does not see it";
-    }
-    if (a.Suggestions >= 100) return {};
-    ++a.Suggestions;
-    if (r.Scope == 0 && !a.HasVarSection) return "the program has no VAR section, so it has no variables";
-    const char prefix[2] = {t.Scanned.Code == ttREF ? '^' : '@', 0};
-    return NearMiss(name, NamesInScope(a, r.Scope), prefix);
-}
-
 void UseVariable(Reading& r, const Token& t, bool write) {
     Analysis& a = r.A;
     Use use;
@@ -68,7 +51,11 @@ void UseVariable(Reading& r, const Token& t, bool write) {
     use.Resolved = a.Find(t.Scanned.Text, r.Scope, &index) != nullptr;
     use.Target = index;
     a.Out.Uses.push_back(use);
-    if (!use.Resolved) Fail(r, Qz::rcVarNotFound, t, MissingVariableNote(r, t));
+    if (!use.Resolved && !r.Result) {
+        // The note waits for the whole text: the name may be declared further on.
+        a.MissingNotes.push_back({a.Out.Diagnostics.size(), t.Scanned.Text, r.Scope, t.Scanned.Code == ttREF});
+        Fail(r, Qz::rcVarNotFound, t);
+    }
 }
 
 std::string LabelNote(Analysis& a, const std::string& name) {
@@ -102,6 +89,10 @@ void UseLabel(Reading& r, const Token& t) {
         Fail(r, Qz::rcNoLabelToken, t,
              "`" + t.Scanned.Text + "` at " + Place(a.File, size_t(label->LabelStart)) +
                  " is a keyword, not a label: running stops there");
+    else if (size_t(label->LabelStart) < a.BodyPosition)
+        a.Warning("label-before-main", t.Begin, t.End,
+                  "the loader entered `" + t.Scanned.Text + "` at " + Place(a.File, size_t(label->LabelStart)) +
+                      " while it looked for PROG or read the declarations; that one is the target");
 }
 
 void UseBuiltin(Reading& r, const Token& t) {
@@ -186,6 +177,29 @@ size_t EditDistance(const std::string& x, const std::string& y) {
 }
 
 }  // namespace
+
+void NoteMissingVariables(Analysis& a) {
+    std::unordered_map<std::string, size_t> declaring;  // name key -> the first scope declaring it
+    for (const Declaration& d : a.Out.Declarations) declaring.emplace(VariableKey(d.Name), d.ScopeIndex);
+    size_t suggestions = 0;
+    for (const Analysis::MissingNote& m : a.MissingNotes) {
+        std::string& note = a.Out.Diagnostics[m.Diagnostic].Note;
+        const auto found = declaring.find(VariableKey(m.Name));
+        if (found != declaring.end() && found->second != m.Scope) {
+            const size_t s = found->second;
+            if (m.Scope > 0)
+                note = "`" + m.Name + "` is declared in " +
+                       (s == 0 ? std::string("the program") : "`" + a.Out.Scopes[s].Name + "`") +
+                       "; a subprogram sees only its own locals (pass a reference through the stack)";
+            else
+                note = "`" + m.Name + "` is a local of `" + a.Out.Scopes[s].Name + "`; the program does not see it";
+        } else if (m.Scope == 0 && !a.HasVarSection) {
+            note = "the program has no VAR section, so it has no variables";
+        } else if (suggestions++ < 100) {
+            note = NearMiss(m.Name, NamesInScope(a, m.Scope), m.Reference ? "^" : "@");
+        }
+    }
+}
 
 std::string NearMiss(const std::string& name, const std::vector<std::string>& candidates, const char* prefix) {
     const std::string key = VariableKey(name);

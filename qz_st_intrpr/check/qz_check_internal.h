@@ -51,6 +51,14 @@ struct Analysis {
     std::vector<Table> Tables;  // one per scope
     std::unordered_map<std::string, size_t> LabelIndex;  // first label of a name -> Model::Labels
     std::unordered_map<std::string, bool> CallTargets;
+    std::vector<bool> LeadsToBody;  // per token: locals' declarations lead from it to BODY
+    struct MissingNote {
+        size_t Diagnostic;
+        std::string Name;
+        size_t Scope;
+        bool Reference;
+    };
+    std::vector<MissingNote> MissingNotes;  // 23s whose notes are written once the whole text is read
     std::vector<size_t> TokenScope;        // per token: the scope whose text holds it
     std::vector<int32_t> InstructionAt;    // per token: index into Model::Instructions or -1
     std::vector<size_t> InstructionEnd;    // per instruction: index of the token after its operands
@@ -79,6 +87,8 @@ std::string VariableKey(const std::string& name);
 // Reads the operands of the instruction at token `i`; returns the index of
 // the token after them.
 size_t ReadInstruction(Analysis& a, size_t i);
+// Fills the notes of the variables not found, once every scope is known.
+void NoteMissingVariables(Analysis& a);
 // Warnings that follow control flow (qz_check_flow.cpp) and the use of
 // variables and literals (qz_check_uses.cpp).
 void AnalyseFlow(Analysis& a);

@@ -161,18 +161,22 @@ void Tokenise(Analysis& a) {
 
 bool IsLocalKind(uint8_t code) { return code == ttV || code == ttVA || code == ttVR; }
 
+// Per token: whether declarations of locals (name, kind, type, number), as
+// many as there are, lead from it to a BODY.
+std::vector<bool> LeadsToBody(const Analysis& a) {
+    const size_t n = a.Tokens.size();
+    auto code = [&](size_t k) { return k < n && !a.Tokens[k].Failure ? a.Tokens[k].Scanned.Code : 0; };
+    std::vector<bool> leads(n + 4, false);
+    for (size_t j = n; j-- > 0;)
+        leads[j] = code(j) == ttBODY || (IsLocalKind(code(j + 1)) && IsValueType(char(code(j + 2))) &&
+                                         code(j + 3) == ttNUMBER && leads[j + 4]);
+    return leads;
+}
+
 // A label that starts a subprogram: one that is called, or one followed by
 // declarations of locals and BODY.
 bool StartsSubprogram(const Analysis& a, size_t i) {
-    if (a.CallTargets.count(a.Tokens[i].Scanned.Text)) return true;
-    size_t j = i + 1;
-    auto code = [&](size_t k) { return k < a.Tokens.size() && !a.Tokens[k].Failure ? a.Tokens[k].Scanned.Code : 0; };
-    while (j < a.Tokens.size()) {
-        if (code(j) == ttBODY) return true;
-        if (!IsLocalKind(code(j + 1)) || !IsValueType(char(code(j + 2))) || code(j + 3) != ttNUMBER) return false;
-        j += 4;
-    }
-    return false;
+    return a.CallTargets.count(a.Tokens[i].Scanned.Text) || a.LeadsToBody[i + 1];
 }
 
 size_t TokenAt(const Analysis& a, size_t begin, size_t from) {
@@ -255,9 +259,33 @@ std::string NotInstructionNote(const Token& t) {
     return NearMiss(upper, names, "");
 }
 
+// For each label, the regions of text that jump to it, each named by the
+// token of the subprogram label it follows (kNoHeader: the program's). Code
+// after a subprogram's RET runs only when jumped to, in the frame of
+// whoever jumps there.
+constexpr size_t kNoHeader = size_t(-1);
+
+std::unordered_map<std::string, std::vector<size_t>> JumpSources(const Analysis& a) {
+    std::unordered_map<std::string, std::vector<size_t>> sources;
+    size_t region = kNoHeader;
+    for (size_t i = 0; i + 1 < a.Tokens.size(); ++i) {
+        if (a.Tokens[i].Failure) continue;
+        const uint8_t code = a.Tokens[i].Scanned.Code;
+        if (code == ttLABEL && StartsSubprogram(a, i)) region = i;
+        const bool jump = code == ttJMP || code == ttJMPF || code == ttJMPT;
+        if (!jump || a.Tokens[i + 1].Failure || a.Tokens[i + 1].Scanned.Code != ttNAME) continue;
+        std::vector<size_t>& list = sources[a.Tokens[i + 1].Scanned.Text];
+        if (std::find(list.begin(), list.end(), region) == list.end()) list.push_back(region);
+    }
+    return sources;
+}
+
 // The body loop's view of every token: labels passed over, BODY passed over
 // inside a subprogram, RET ending a body, anything else an instruction.
 void Walk(Analysis& a) {
+    a.LeadsToBody = LeadsToBody(a);
+    const auto sources = JumpSources(a);
+    std::unordered_map<size_t, size_t> headerScope;  // a subprogram label's token -> its scope
     const size_t n = a.Tokens.size();
     a.TokenScope.assign(n, 0);
     a.InstructionAt.assign(n, -1);
@@ -296,12 +324,23 @@ void Walk(Analysis& a) {
             }
             if (header) {
                 scope = a.Out.Scopes.size();
+                headerScope.emplace(i, scope);
                 a.TokenScope[i] = scope;
                 bodyOpen = true;
                 i = ReadSubprogramHeader(a, i);
-            } else {
-                ++i;
+                continue;
             }
+            const auto jumpers = sources.find(t.Scanned.Text);
+            if (scope > 0 && !bodyOpen && jumpers != sources.end() && jumpers->second.size() == 1) {
+                // Code past a subprogram's RET, jumped to from one body only.
+                const size_t region = jumpers->second[0];
+                const auto known = headerScope.find(region);
+                if (region == kNoHeader) scope = 0;
+                else if (known != headerScope.end()) scope = known->second;
+                a.TokenScope[i] = scope;
+                a.Out.Labels.back().ScopeIndex = scope;
+            }
+            ++i;
             continue;
         }
         if (code == ttBODY && scope > 0) {
@@ -386,6 +425,7 @@ Model Analyse(std::string_view fileText) {
         a.M->SuppressLabelRegistration = true;
         detail::Tokenise(a);
         detail::Walk(a);
+        detail::NoteMissingVariables(a);
         detail::AnalyseFlow(a);
         detail::AnalyseUses(a);
     }

@@ -19,6 +19,7 @@ const std::vector<WarningInfo>& Warnings() {
         {"unused-input", "input never read"},
         {"unwritten-output", "output never written"},
         {"unread-variable", "variable written and never read"},
+        {"label-before-main", "this jump or call goes to a label written before MAIN's body, where running reads the header as instructions"},
     };
     return kWarnings;
 }
