@@ -1,6 +1,8 @@
 // The label table.
 #include "qz_labels.h"
 
+#include <algorithm>
+
 #include <cstring>
 #include <memory>
 
@@ -61,4 +63,14 @@ void CQZ_Labels::Clear() {
     }
     Buckets.clear();
     Count = 0;
+}
+
+size_t CQZ_Labels::LongestChain() const {
+    size_t longest = 0;
+    for (const Entry* head : Buckets) {
+        size_t length = 0;
+        for (const Entry* e = head; e; e = e->Next) ++length;
+        longest = std::max(longest, length);
+    }
+    return longest;
 }

@@ -27,6 +27,8 @@ public:
     Label* lookup(const char* name, int start, int end, bool create);
     void Clear();
     int size() const { return int(Count); }
+    // The most labels sharing one bucket: what a look-up may have to compare.
+    size_t LongestChain() const;
 
 private:
     // A label with its name's bytes (compared without building a QString)

