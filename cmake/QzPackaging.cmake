@@ -101,11 +101,13 @@ endif()
 # >>>   the language server:  install(TARGETS qzls RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 # >>>                         qz_man_page(qzls "...")   (from its --help, see QzManPages.cmake)
 # >>>   editor support:       install(DIRECTORY ${PROJECT_SOURCE_DIR}/editors/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qz-st-intrpr/editors COMPONENT tools)
-# >>>   the Python package:   install(DIRECTORY ... DESTINATION lib/python3/dist-packages COMPONENT tools)
-# >>>                         and add python3 to QZ_DEB_TOOLS_EXTRA_DEPENDS below.
 # >>> Binaries in the tools component get stripped and their debug
 # >>> information moved to qz-st-intrpr-tools-dbgsym without further work.
-set(QZ_DEB_TOOLS_EXTRA_DEPENDS "")
+# The Python package qzst: pure Python over the C interface, so it goes where
+# Debian's python3 finds modules, and finds the library through the loader.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/qzst DESTINATION lib/python3/dist-packages COMPONENT tools
+  FILES_MATCHING PATTERN "*.py" PATTERN "__pycache__" EXCLUDE)
+set(QZ_DEB_TOOLS_EXTRA_DEPENDS "python3")
 
 set(QZ_TOOLS_DOCDIR ${QZ_DOC_ROOT}/${QZ_DEB_TOOLS})
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${QZ_TOOLS_DOCDIR} COMPONENT tools)

@@ -115,7 +115,9 @@ void Uses::Inspect(size_t k, size_t t) {
     if (insn.Code == ttMOV && s && source.Scanned.Code == ttVAR && Of[si].HoldsReference &&
         (s->Type != ttLREAL || (d && dest.Scanned.Code == ttVAR && d->Type != ttLREAL)))
         A.Warning("reference-copy", source.Begin, source.End,
-                  "`" + s->Name + "` holds a reference; MOVA @" + s->Name + " passes it on unchanged");
+                  "`" + s->Name +
+                      "` holds a reference; keep it in a register and store it with MOVA into each variable "
+                      "that needs it");
     if (insn.Code == ttMOVA && s && d && source.Scanned.Code == ttVAR && dest.Scanned.Code == ttVAR) {
         Usage& p = Of[di];
         if (p.ReferentType == 0 || !Holds(uint8_t(p.ReferentType), s->Type)) p.ReferentType = s->Type;
