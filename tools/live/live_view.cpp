@@ -8,6 +8,8 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -110,8 +112,10 @@ int RunLiveView(const LiveOptions& options) {
                 UrlHost(options.Address).c_str(), port, token.c_str());
     std::fflush(stdout);
 
+    std::atomic<bool> webDone{false};
     std::thread web([&] {
         if (!server.Listen()) engine.Stop();
+        webDone = true;
     });
     std::thread stopper([&] {
         int signal = 0;
@@ -119,7 +123,12 @@ int RunLiveView(const LiveOptions& options) {
         engine.Stop();
     });
     engine.Run();
-    server.Stop();
+    // A signal can end the run before the web thread has begun listening,
+    // and a stop asked for then is lost: ask until the web thread returns.
+    while (!webDone) {
+        server.Stop();
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     web.join();
     // The stopper waits for a signal that may never come when serving
     // failed: send it one.
